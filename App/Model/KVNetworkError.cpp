@@ -1,0 +1,37 @@
+#include "App/Model/KVNetworkError.h"
+
+#include <QNetworkReply>
+
+KVError KVTransportErrorOfReply(const QNetworkReply &reply)
+{
+    qint64 code = 0;
+    switch (reply.error()) {
+    case QNetworkReply::NoError:
+        return {};
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::OperationCanceledError: // what a transfer time-out reports
+        code = -1001;
+        break;
+    case QNetworkReply::HostNotFoundError:
+        code = -1003;
+        break;
+    case QNetworkReply::ConnectionRefusedError:
+        code = -1004;
+        break;
+    case QNetworkReply::RemoteHostClosedError:
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+        code = -1005;
+        break;
+    case QNetworkReply::SslHandshakeFailedError:
+        code = -1200;
+        break;
+    default:
+        // Failures above the transport (HTTP statuses, protocol answers) are the caller's to judge.
+        if (reply.error() >= QNetworkReply::ContentAccessDenied)
+            return {};
+        code = -1;
+        break;
+    }
+    return KVError(KVURLErrorDomain, code, {{KVLocalizedDescriptionKey, reply.errorString()}});
+}

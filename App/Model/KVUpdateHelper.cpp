@@ -1,0 +1,160 @@
+#include "App/Model/KVUpdateHelper.h"
+
+#include "App/Model/KVNetworkError.h"
+#include "Core/Logging/KVLog.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVPropertyList.h"
+#include "Platform/KVStandardPaths.h"
+#include "Platform/KVSystemInfo.h"
+
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QStringDecoder>
+
+#include <atomic>
+
+namespace {
+const QString kClassName = QStringLiteral("KVUpdateHelper");
+std::atomic<qint64> networkTimeoutMilliseconds{60000};
+
+// A URL made from text the way the platform makes one: nothing for empty or malformed text.
+QUrl urlFromString(const QString &text)
+{
+    if (text.isEmpty())
+        return {};
+    const QUrl url(text, QUrl::StrictMode);
+    return url.isValid() ? url : QUrl();
+}
+} // namespace
+
+KVUpdateHelper &KVUpdateHelper::sharedInstance()
+{
+    static KVUpdateHelper instance(testServerUpdateURL());
+    return instance;
+}
+
+QUrl KVUpdateHelper::testServerUpdateURL()
+{
+    const QString path = KVStandardPaths::expandTilde(QStringLiteral("~/Downloads/TestServerForVexa.txt"));
+    const QFileInfo info(path);
+    if (!info.exists() || info.isDir())
+        return {};
+    QFile file(path);
+    const QJsonDocument document =
+        QJsonDocument::fromJson(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
+    if (document.isNull()) {
+        KVLogError("%@ invalid test configs file at %@", kClassName, path);
+        return {};
+    }
+    const QUrl url = urlFromString(document.object().value(QStringLiteral("ApplicationUpdate")).toString());
+    if (url.isEmpty())
+        KVLogError("%@ invalid app update url in JSON file at %@", kClassName, path);
+    return url;
+}
+
+KVUpdateHelper::KVUpdateHelper(const QUrl &updateURL)
+    : m_updateURL(updateURL)
+{
+    if (m_updateURL.isEmpty()) {
+        const QVariant value = KVBundle::mainBundle().objectForInfoDictionaryKey(QStringLiteral("AppUpdateURL"));
+        m_updateURL = urlFromString(value.toString());
+        if (m_updateURL.isEmpty())
+            KVLogError("%@: invalid update url %@ in user defaults", kClassName, value);
+    }
+    m_queue = std::make_unique<KVSerialQueue>(kClassName);
+    m_archive = KVStandardPaths::applicationSupportDirectory() + QStringLiteral("/Nestora/UpdateHistory.plist");
+    m_history = KVPropertyList::readDictionary(m_archive);
+}
+
+KVUpdateHelper::~KVUpdateHelper()
+{
+    KVLogVerbose("%s", __func__);
+    m_queue.reset(); // finishes the queued work while the members it uses still exist
+}
+
+void KVUpdateHelper::setUpdating(bool updating)
+{
+    if (m_updating != updating)
+        m_updating = updating;
+}
+
+std::chrono::milliseconds KVUpdateHelper::networkTimeout()
+{
+    return std::chrono::milliseconds(networkTimeoutMilliseconds.load());
+}
+
+void KVUpdateHelper::setNetworkTimeout(std::chrono::milliseconds timeout)
+{
+    networkTimeoutMilliseconds = timeout.count();
+}
+
+QString KVUpdateHelper::OSVersion()
+{
+    const KVSystemInfo::Version version = KVSystemInfo::operatingSystemVersion();
+    return QStringLiteral("%1.%2").arg(version.major).arg(version.minor);
+}
+
+bool KVUpdateHelper::downloadUpdateINI(bool force, KVError *error)
+{
+    KVError fetchError;
+    if (m_updateURL.isEmpty()) {
+        fetchError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable,
+                             {{KVLocalizedFailureReasonErrorKey, QStringLiteral("update URL not found")}});
+    } else if (m_INI && !m_INI->sections().isEmpty() && !force) {
+        // Within one run the manifest is fetched once and then reused.
+    } else {
+        const QByteArray data = downloadURL(m_updateURL, &fetchError);
+        if (!data.isNull() && !fetchError) {
+            // Text that is not valid UTF-8 decodes to nothing and so parses to no section.
+            QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+            QString text = decoder.decode(data);
+            if (decoder.hasError())
+                text = QString();
+            m_INI = std::make_shared<KVINI>(text);
+            if (m_INI->sections().isEmpty())
+                fetchError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable);
+        }
+    }
+    if (error)
+        *error = fetchError;
+    return true;
+}
+
+QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
+{
+    KVLogVerbose("%@ will download url %@", kClassName, url);
+
+    // The calling thread blocks here; a private manager and event loop serve this one request.
+    QNetworkAccessManager manager;
+    QNetworkRequest request(url);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.setTransferTimeout(int(networkTimeout().count()));
+    QNetworkReply *reply = manager.get(request);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+
+    const KVError transportError = KVTransportErrorOfReply(*reply);
+    KVLogVerbose("%@ did download url %@, error %@", kClassName, url, transportError);
+
+    QByteArray body;
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    KVError outcome = transportError;
+    if (!transportError && status == 200) {
+        body = reply->readAll();
+        if (body.isNull())
+            body = QByteArray(""); // an empty 200 answer is data, not a missing answer
+    } else if (!transportError) {
+        outcome = KVError(KVURLErrorDomain, 2);
+    }
+    if (error)
+        *error = outcome;
+    reply->deleteLater();
+    return body;
+}

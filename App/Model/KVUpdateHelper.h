@@ -1,0 +1,139 @@
+#pragma once
+
+#include "App/Model/KVINI.h"
+#include "App/Model/KVUpdateTypes.h"
+#include "Core/Extensions/KVDispatch.h"
+
+#include <QUrl>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+// The update engine: knows where the manifest lives, holds the parsed manifest and the update
+// history, and runs checks and update runs one at a time on its private serial queue.
+//
+// Threads: the checks and runs are submitted to queue() and return at once; their handlers are
+// called on the main thread. The synchronous operations (fetch, decisions, unpacking, deployment)
+// are called on queue() only; manifest() and history() are touched only there.
+//
+// The implementation is split by concern: set-up and manifest fetch here; section kinds and paths,
+// checks, transfers, deployment, runs and launching in KVUpdateHelper+*.cpp beside it.
+class KVUpdateHelper
+{
+public:
+    // ---- Set-up and manifest fetch ----------------------------------------------------------
+
+    // The one engine of the process, created on first use with the address from
+    // testServerUpdateURL() or, failing that, the bundle's "AppUpdateURL". Thread: any.
+    static KVUpdateHelper &sharedInstance();
+
+    // An empty URL takes "AppUpdateURL" from the main bundle's Info.plist.
+    explicit KVUpdateHelper(const QUrl &updateURL);
+    ~KVUpdateHelper();
+    KVUpdateHelper(const KVUpdateHelper &) = delete;
+    KVUpdateHelper &operator=(const KVUpdateHelper &) = delete;
+
+    // The "ApplicationUpdate" address of $HOME/Downloads/TestServerForVexa.txt, or an empty URL.
+    static QUrl testServerUpdateURL();
+
+    const QUrl &updateURL() const { return m_updateURL; }
+    KVSerialQueue &queue() { return *m_queue; }
+    const QString &archive() const { return m_archive; }
+    // Queue only.
+    const std::shared_ptr<KVINI> &INI() const { return m_INI; }
+    QVariantMap &history() { return m_history; }
+
+    bool updating() const { return m_updating; }
+    void setUpdating(bool updating);
+    bool installUpdate() const { return m_installUpdate; }
+    void setInstallUpdate(bool installUpdate) { m_installUpdate = installUpdate; }
+
+    // The application around the engine. Set once at start-up, before any check runs.
+    void setHost(KVUpdateHost host) { m_host = std::move(host); }
+    const KVUpdateHost &host() const { return m_host; }
+
+    // Fetches the manifest unless one with sections is held (or force). Always returns true:
+    // the outcome is in *error, which the caller must supply. Queue only.
+    bool downloadUpdateINI(bool force, KVError *error);
+    // A synchronous GET without cache; the body of a 200 answer, else null with *error set.
+    static QByteArray downloadURL(const QUrl &url, KVError *error);
+    // How long a transfer may go without data before it fails (60 s; tests shorten it).
+    static std::chrono::milliseconds networkTimeout();
+    static void setNetworkTimeout(std::chrono::milliseconds timeout);
+
+    // "major.minor" of the running system.
+    static QString OSVersion();
+
+    // ---- Section kinds, installed versions and paths (KVUpdateHelper+Sections.cpp) ----------
+
+    KVUpdateSectionType typeOfSection(const KVINISection &section) const;
+    QString currentVersion() const;
+    QString currentVersionOfDevicesXML() const;
+    QString currentVersionOfDeviceIcons() const;
+    QString currentVersionOfSmartCard() const;
+    QString currentVersionOfPlugin(const KVINISection &section) const;
+    QString pluginDirectory() const;
+    QString downloadPathForSection(const KVINISection &section) const;
+    QString deploymentPathForSection(const KVINISection &section) const;
+    QString featureNameForPlugin(const QString &plugin) const;
+    bool isAppLaunchedByInstaller() const;
+
+    // ---- Update checks (KVUpdateHelper+Checks.cpp) -------------------------------------------
+
+    // Handler on the main thread, asynchronously: the installer release due, or null.
+    void checkInstallerUpdateWithcompletionHandler(std::function<void(KVINISectionPtr, KVError)> handler);
+    // Handler on the main thread, synchronously; then, with nothing due and no error, launchApp().
+    void checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler);
+    // Queue only.
+    KVINISectionPtr checkInstallerUpdate();
+    KVINISectionPtr checkAppUpdate();
+    QList<KVINISectionPtr> checkPlugInsUpdate(const QStringList &plugInNames);
+    void updatePlungInsWithFeatureNames(const QStringList &featureNames);
+    QList<KVINISectionPtr> checkDeviceXMLAndIconUpdate();
+    KVINISectionPtr checkSmartCardsUpdate();
+
+    // ---- Download and digest (KVUpdateHelper+Transfer.cpp) -----------------------------------
+
+    // Streams the URL into the destination (a new upper-case UUID in the temporary folder when
+    // empty). Both callbacks run on the main thread, asynchronously. Thread: any.
+    static void downloadURL(const QString &url, const QString &destination,
+                            std::function<void(const KVTransferProgress &)> progress,
+                            std::function<void(const QString &path, const KVError &error)> completionHandler);
+    // Reads "LiveUpdateMD5VerificationDisabled" afresh on every call.
+    bool shouldVerifyMD5() const;
+    // True when the file's digest equals the section's "MD5" exactly (case-sensitive).
+    bool fileMatchesDigestOfSection(const QString &path, const KVINISection &section) const;
+
+    // ---- Unpacking and deployment (KVUpdateHelper+Deployment.cpp) ----------------------------
+
+    // The archive's top-level items in a fresh temporary folder, without "__MACOSX", or nothing.
+    [[nodiscard]] static std::optional<QStringList> unzip(const QString &archivePath, KVError *error);
+    static bool deploy(const QStringList &items, const QString &destination, KVError *error);
+    static void deployApp(const QStringList &items, const QString &destination, KVError *error);
+    static bool deployInstaller(const QString &newBundle, const QString &runningBundle, KVError *error);
+
+    // ---- Update runs (KVUpdateHelper+Run.cpp, KVUpdateHelper+SelfUpdate.cpp) -----------------
+
+    void updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progressHandler,
+                            KVUpdateCompletionHandler completionHandler);
+    void updateInstaller(const KVINISectionPtr &section, KVProgressHandler progressHandler,
+                         KVUpdateCompletionHandler completionHandler);
+    void launchInstaller();
+
+    // ---- Launching (KVUpdateHelper+Launch.cpp) -----------------------------------------------
+
+    void launchApp();
+    bool terminateWithBundleId(const QString &bundleIdentifier);
+    void launchWithBundlePath(const QString &bundlePath, const QStringList &arguments, float after);
+
+private:
+    QUrl m_updateURL;
+    std::shared_ptr<KVINI> m_INI;
+    std::unique_ptr<KVSerialQueue> m_queue;
+    QVariantMap m_history;
+    QString m_archive;
+    bool m_updating = false;
+    bool m_installUpdate = false;
+    KVUpdateHost m_host;
+};

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "App/Model/KVINISection.h"
+#include "Core/Extensions/KVError.h"
+
+#include <QPointF>
+#include <QSizeF>
+#include <QVariantMap>
+
+#include <functional>
+#include <optional>
+
+// Kinds of manifest section, derived from the section's name.
+enum KVUpdateSectionType : long {
+    KVUpdateSectionTypeUnknown = 0,
+    KVUpdateSectionTypeInstaller = 1,
+    KVUpdateSectionTypeInstallerRelease = 2,
+    KVUpdateSectionTypeApplication = 3,
+    KVUpdateSectionTypeApplicationRelease = 4,
+    KVUpdateSectionTypeModule = 5,
+    KVUpdateSectionTypeModuleRelease = 6,
+    KVUpdateSectionTypeDeviceXML = 7,
+    KVUpdateSectionTypeDeviceIcon = 8,
+    KVUpdateSectionTypeSmartCards = 9,
+};
+
+// Notification names of the engine. Only the plug-in notification is posted; the others are
+// declared for observers.
+inline const QString KVPlugInInstalledNotification = QStringLiteral("KVPlugInInstalledNotification");
+inline const QString KVUpdateFailedNotification = QStringLiteral("KVUpdateFailedNotification");
+inline const QString KVUpdateSucceedNotification = QStringLiteral("KVUpdateSucceedNotification");
+inline const QString KVPlugInAddedNotification = QStringLiteral("KVPlugInAddedNotification");
+inline const QString KVPlugInUpdatedNotification = QStringLiteral("KVPlugInUpdatedNotification");
+inline const QString KVUpdateHelperDidCheckUpdateInfo = QStringLiteral("KVUpdateHelperDidCheckUpdateInfo");
+
+// Bundle identifiers of the installer itself and of the companion application it installs.
+inline const QString KVInstallerBundleIdentifier = QStringLiteral("com.tovik.nestora.installer");
+inline const QString KVCompanionBundleIdentifier = QStringLiteral("com.keldran.nestora");
+
+// A progress report of an update run: the fraction done and, unless absent, a dictionary with
+// "message" (text to show) or, in the last report of a failed run, "error" (a KVError).
+using KVProgressHandler = std::function<void(float fraction, const std::optional<QVariantMap> &info)>;
+// The end of an update run: the result dictionary and the run's error (null on success).
+using KVUpdateCompletionHandler = std::function<void(const QVariantMap &result, const KVError &error)>;
+
+// Transfer progress of one download, in bytes.
+struct KVTransferProgress
+{
+    qint64 completedUnitCount = 0;
+    qint64 totalUnitCount = 0;
+};
+
+// What the engine needs to know of, and ask of, the application around it. The window and the
+// screen are read in the platform's bottom-left coordinates; the installer supplies these from its
+// window, tests supply their own. Every function is called on the main thread.
+struct KVUpdateHost
+{
+    std::function<QPointF()> windowOrigin;  // the installer window's frame origin; (0, 0) without one
+    std::function<QSizeF()> windowSize;     // the installer window's frame size; empty without one
+    std::function<QSizeF()> screenSize;     // the main screen's frame size
+    std::function<double()> menuBarHeight;  // height of the main menu bar; 0 where there is none
+    std::function<void()> terminate;        // asks the application to end
+};

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QMetaType>
+#include <QString>
+#include <QVariantMap>
+
+// Well-known error domains and user-info keys. The engine's own domain and codes are the ones
+// callers test; the others mirror the platform domains that errors are reported in.
+inline const QString KVUpdateHelperErrorDomain = QStringLiteral("KVUpdateHelperErrorDomain");
+inline const QString KVURLErrorDomain = QStringLiteral("NSURLErrorDomain");
+inline const QString KVCocoaErrorDomain = QStringLiteral("NSCocoaErrorDomain");
+inline const QString KVPOSIXErrorDomain = QStringLiteral("NSPOSIXErrorDomain");
+
+inline const QString KVLocalizedDescriptionKey = QStringLiteral("NSLocalizedDescription");
+inline const QString KVLocalizedFailureReasonErrorKey = QStringLiteral("NSLocalizedFailureReason");
+inline const QString KVFilePathErrorKey = QStringLiteral("NSFilePath");
+
+// Codes of the Cocoa domain that file operations report with.
+enum KVCocoaErrorCode : qint64 {
+    KVFileNoSuchFileError = 4,
+    KVFileReadUnknownError = 256,
+    KVFileWriteUnknownError = 512,
+    KVFileWriteNoPermissionError = 513,
+    KVFileWriteOutOfSpaceError = 640,
+};
+
+// Codes of the engine's own domain.
+enum KVUpdateHelperErrorCode : qint64 {
+    KVUpdateHelperErrorMD5Mismatch = 1,
+    KVUpdateHelperErrorManifestUnavailable = 2,
+};
+
+// An error value: domain, code and user info, or nothing at all (the null error means success).
+// Every fallible operation of the engine reports through one of these instead of throwing.
+class KVError
+{
+public:
+    KVError() = default;
+    KVError(QString domain, qint64 code, QVariantMap userInfo = {});
+
+    // A file-system error in the Cocoa domain built from errno, carrying the path and strerror text.
+    [[nodiscard]] static KVError fromErrno(int errnoValue, const QString &path);
+
+    bool isNull() const { return m_domain.isNull(); }
+    explicit operator bool() const { return !isNull(); }
+
+    const QString &domain() const { return m_domain; }
+    qint64 code() const { return m_code; }
+    const QVariantMap &userInfo() const { return m_userInfo; }
+
+    // The user-info description if present, else the platform's generic sentence.
+    QString localizedDescription() const;
+    QString localizedFailureReason() const;
+
+    // "Error Domain=D Code=N "description" UserInfo={...}", the form log lines show.
+    QString description() const;
+
+    bool operator==(const KVError &other) const = default;
+
+private:
+    QString m_domain;
+    qint64 m_code = 0;
+    QVariantMap m_userInfo;
+};
+
+Q_DECLARE_METATYPE(KVError)

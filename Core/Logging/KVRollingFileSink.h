@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QDateTime>
+#include <QFile>
+#include <QString>
+
+#include <spdlog/sinks/base_sink.h>
+
+#include <functional>
+#include <mutex>
+
+// A log-file sink that starts a new file once the current one is older than the rolling
+// frequency and keeps only the newest files of its folder. spdlog's own file sinks roll by size
+// or at a time of day, not by age, hence this one. Files are named
+// "<prefix> yyyy-MM-dd--HH-mm-ss-zzz.log" so that their names sort by age.
+class KVRollingFileSink final : public spdlog::sinks::base_sink<std::mutex>
+{
+public:
+    using Clock = std::function<QDateTime()>;
+
+    KVRollingFileSink(QString folder, QString prefix, qint64 rollingFrequencySeconds, int maximumNumberOfLogFiles,
+                      Clock clock = &QDateTime::currentDateTimeUtc);
+
+    // Thread: any. The file now written, empty when the folder cannot be written.
+    QString currentFilePath();
+    // The log files of the folder, oldest first.
+    QStringList sortedLogFiles() const;
+
+protected:
+    void sink_it_(const spdlog::details::log_msg &message) override;
+    void flush_() override;
+
+private:
+    bool openFile(const QString &path);
+    void rollIfDue();
+    void deleteOldFiles();
+    QDateTime creationDateOfFile(const QString &fileName) const;
+
+    const QString m_folder;
+    const QString m_prefix;
+    const qint64 m_rollingFrequency;
+    const int m_maximumFiles;
+    const Clock m_clock;
+    QFile m_file;
+    QDateTime m_fileCreated;
+};

@@ -1,0 +1,40 @@
+#include "Platform/KVStandardPaths.h"
+
+#include <QDir>
+
+namespace {
+QString environmentFolder(const char *name, const QString &fallback)
+{
+    const QString value = qEnvironmentVariable(name);
+    // XDG says relative values are invalid and must be ignored.
+    return !value.isEmpty() && QDir::isAbsolutePath(value) ? QDir::cleanPath(value) : fallback;
+}
+} // namespace
+
+namespace KVStandardPaths {
+
+QString homeDirectory() { return QDir::homePath(); }
+
+QString applicationSupportDirectory()
+{
+    return environmentFolder("XDG_DATA_HOME", homeDirectory() + QStringLiteral("/.local/share"));
+}
+
+QString configDirectory() { return environmentFolder("XDG_CONFIG_HOME", homeDirectory() + QStringLiteral("/.config")); }
+
+QString temporaryDirectory() { return QDir::tempPath(); }
+
+QString downloadsDirectory() { return homeDirectory() + QStringLiteral("/Downloads"); }
+
+QString applicationsDirectory() { return environmentFolder("NESTORA_APPLICATIONS_DIR", QStringLiteral("/opt")); }
+
+QString expandTilde(const QString &path)
+{
+    if (path == QLatin1String("~"))
+        return homeDirectory();
+    if (path.startsWith(QLatin1String("~/")))
+        return homeDirectory() + path.mid(1);
+    return path;
+}
+
+} // namespace KVStandardPaths

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+
+// The folders the installer reads and writes, resolved afresh on every call from the environment
+// so that a test sandbox (HOME, XDG_*, TMPDIR, NESTORA_APPLICATIONS_DIR) takes effect at once.
+namespace KVStandardPaths {
+
+QString homeDirectory();
+// The user's Application Support folder: $XDG_DATA_HOME, default ~/.local/share. It also stands
+// for "Library/Application Support", which is the same folder on the original platform.
+QString applicationSupportDirectory();
+// $XDG_CONFIG_HOME, default ~/.config.
+QString configDirectory();
+// QDir::tempPath(), which honours TMPDIR.
+QString temporaryDirectory();
+QString downloadsDirectory();
+// "/opt", or NESTORA_APPLICATIONS_DIR when set.
+QString applicationsDirectory();
+// Expands a leading "~" to the home folder.
+QString expandTilde(const QString &path);
+
+} // namespace KVStandardPaths

@@ -1,0 +1,111 @@
+#include "Platform/KVUserDefaults.h"
+
+#include "Platform/KVPropertyList.h"
+#include "Platform/KVStandardPaths.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+KVUserDefaults &KVUserDefaults::standardUserDefaults()
+{
+    static KVUserDefaults defaults(KVStandardPaths::configDirectory() +
+                                   QStringLiteral("/com.tovik.nestora.installer.plist"));
+    return defaults;
+}
+
+KVUserDefaults::KVUserDefaults(QString filePath)
+    : m_filePath(std::move(filePath))
+{
+}
+
+void KVUserDefaults::reloadIfChangedOnDisk() const
+{
+    const QFileInfo info(m_filePath);
+    const QDateTime modified = info.exists() ? info.lastModified() : QDateTime();
+    if (modified == m_loadedModification)
+        return;
+    m_loadedModification = modified;
+    m_values = modified.isValid() ? KVPropertyList::readDictionary(m_filePath) : QVariantMap();
+}
+
+QVariant KVUserDefaults::persistentObjectForKey(const QString &key) const
+{
+    QMutexLocker lock(&m_mutex);
+    reloadIfChangedOnDisk();
+    return m_values.value(key);
+}
+
+QVariant KVUserDefaults::objectForKey(const QString &key) const
+{
+    QMutexLocker lock(&m_mutex);
+    reloadIfChangedOnDisk();
+    const auto it = m_values.constFind(key);
+    return it != m_values.cend() ? *it : m_registered.value(key);
+}
+
+QString KVUserDefaults::stringForKey(const QString &key) const
+{
+    const QVariant value = objectForKey(key);
+    return value.metaType() == QMetaType::fromType<QString>() ? value.toString() : QString();
+}
+
+bool KVUserDefaults::boolForKey(const QString &key) const
+{
+    const QVariant value = objectForKey(key);
+    switch (value.metaType().id()) {
+    case QMetaType::Bool:
+    case QMetaType::LongLong:
+    case QMetaType::Int:
+    case QMetaType::Double:
+        return value.toBool();
+    case QMetaType::QString: // the platform reads "YES"/"true"/"1" strings as true
+        return value.toString().compare(QLatin1String("yes"), Qt::CaseInsensitive) == 0 ||
+               value.toString().compare(QLatin1String("true"), Qt::CaseInsensitive) == 0 ||
+               value.toString().toLongLong() != 0;
+    default:
+        return false;
+    }
+}
+
+QDateTime KVUserDefaults::dateForKey(const QString &key) const
+{
+    const QVariant value = objectForKey(key);
+    return value.metaType() == QMetaType::fromType<QDateTime>() ? value.toDateTime() : QDateTime();
+}
+
+void KVUserDefaults::setObject(const QString &key, const QVariant &value)
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        reloadIfChangedOnDisk();
+        m_values.insert(key, value);
+    }
+    synchronize();
+}
+
+void KVUserDefaults::removeObjectForKey(const QString &key)
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        reloadIfChangedOnDisk();
+        if (m_values.remove(key) == 0)
+            return;
+    }
+    synchronize();
+}
+
+void KVUserDefaults::registerDefaults(const QVariantMap &defaults)
+{
+    QMutexLocker lock(&m_mutex);
+    m_registered.insert(defaults);
+}
+
+bool KVUserDefaults::synchronize()
+{
+    QMutexLocker lock(&m_mutex);
+    QDir().mkpath(QFileInfo(m_filePath).absolutePath());
+    if (!KVPropertyList::writeDictionary(m_filePath, m_values))
+        return false;
+    m_loadedModification = QFileInfo(m_filePath).lastModified();
+    return true;
+}

@@ -1,0 +1,47 @@
+#include "KVTestSandbox.h"
+
+#include <QDir>
+
+namespace {
+KVTestSandbox *currentSandbox = nullptr;
+}
+
+KVTestSandbox::KVTestSandbox()
+    : m_root(QDir::tempPath() + QStringLiteral("/nestora-test-XXXXXX"))
+{
+    Q_ASSERT(m_root.isValid());
+    currentSandbox = this;
+    qputenv("HOME", home().toUtf8());
+    qputenv("XDG_DATA_HOME", dataHome().toUtf8());
+    qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
+    qputenv("XDG_CACHE_HOME", (root() + QStringLiteral("/cache")).toUtf8());
+    qputenv("TMPDIR", temporaryDirectory().toUtf8());
+    qputenv("NESTORA_APPLICATIONS_DIR", applicationsDirectory().toUtf8());
+    qputenv("NESTORA_DISABLE_SYSLOG", "1");
+    reset();
+}
+
+KVTestSandbox::~KVTestSandbox() { currentSandbox = nullptr; }
+
+KVTestSandbox &KVTestSandbox::current()
+{
+    Q_ASSERT(currentSandbox);
+    return *currentSandbox;
+}
+
+QString KVTestSandbox::home() const { return root() + QStringLiteral("/home"); }
+QString KVTestSandbox::dataHome() const { return home() + QStringLiteral("/.local/share"); }
+QString KVTestSandbox::configHome() const { return home() + QStringLiteral("/.config"); }
+QString KVTestSandbox::temporaryDirectory() const { return root() + QStringLiteral("/tmp"); }
+QString KVTestSandbox::applicationsDirectory() const { return root() + QStringLiteral("/Applications"); }
+
+void KVTestSandbox::reset()
+{
+    for (const QString &folder : {home(), temporaryDirectory(), applicationsDirectory()}) {
+        QDir(folder).removeRecursively();
+        QDir().mkpath(folder);
+    }
+    QDir().mkpath(dataHome());
+    QDir().mkpath(configHome());
+    QDir().mkpath(home() + QStringLiteral("/Downloads"));
+}
