@@ -4,103 +4,138 @@
 #include <QFile>
 #include <QSaveFile>
 
-#include <plist/plist++.h>
+#include <plist/plist.h>
 
 #include <memory>
+
+// libplist's C interface is used rather than its C++ wrapper: the wrapper of the packaged version
+// cannot copy date nodes, and the C interface hands node ownership over without copies.
 
 namespace {
 
 // libplist counts dates from the platform's reference date, 2001-01-01 00:00:00 UTC.
 constexpr qint64 kReferenceDateOffset = 978307200;
 
-QVariant variantFromNode(const PList::Node *node);
+struct PlistDeleter
+{
+    void operator()(plist_t node) const { plist_free(node); }
+};
+using PlistPtr = std::unique_ptr<std::remove_pointer_t<plist_t>, PlistDeleter>;
 
-QVariantMap mapFromDictionary(const PList::Dictionary &dictionary)
+QVariant variantFromNode(plist_t node);
+
+QVariantMap mapFromDictionary(plist_t dictionary)
 {
     QVariantMap map;
-    for (auto it = dictionary.Begin(); it != dictionary.End(); ++it)
-        map.insert(QString::fromStdString(it->first), variantFromNode(it->second));
+    plist_dict_iter it = nullptr;
+    plist_dict_new_iter(dictionary, &it);
+    for (;;) {
+        char *key = nullptr;
+        plist_t value = nullptr;
+        plist_dict_next_item(dictionary, it, &key, &value);
+        if (!key)
+            break;
+        map.insert(QString::fromUtf8(key), variantFromNode(value));
+        free(key);
+    }
+    free(it);
     return map;
 }
 
-QVariant variantFromNode(const PList::Node *node)
+QVariant variantFromNode(plist_t node)
 {
-    switch (node->GetType()) {
-    case PLIST_STRING:
-        return QString::fromStdString(static_cast<const PList::String *>(node)->GetValue());
-    case PLIST_UINT:
-        return qint64(static_cast<const PList::Integer *>(node)->GetValue());
-    case PLIST_REAL:
-        return static_cast<const PList::Real *>(node)->GetValue();
-    case PLIST_BOOLEAN:
-        return static_cast<const PList::Boolean *>(node)->GetValue();
+    switch (plist_get_node_type(node)) {
+    case PLIST_STRING: {
+        char *text = nullptr;
+        plist_get_string_val(node, &text);
+        const QString value = QString::fromUtf8(text);
+        free(text);
+        return value;
+    }
+    case PLIST_UINT: {
+        uint64_t value = 0;
+        plist_get_uint_val(node, &value);
+        return qint64(value);
+    }
+    case PLIST_REAL: {
+        double value = 0;
+        plist_get_real_val(node, &value);
+        return value;
+    }
+    case PLIST_BOOLEAN: {
+        uint8_t value = 0;
+        plist_get_bool_val(node, &value);
+        return bool(value);
+    }
     case PLIST_DATE: {
-        const timeval t = static_cast<const PList::Date *>(node)->GetValue();
-        return QDateTime::fromMSecsSinceEpoch((qint64(t.tv_sec) + kReferenceDateOffset) * 1000 + t.tv_usec / 1000, Qt::UTC);
+        int32_t seconds = 0;
+        int32_t microseconds = 0;
+        plist_get_date_val(node, &seconds, &microseconds);
+        return QDateTime::fromMSecsSinceEpoch((qint64(seconds) + kReferenceDateOffset) * 1000 + microseconds / 1000,
+                                              Qt::UTC);
     }
     case PLIST_DATA: {
-        const std::vector<char> bytes = static_cast<const PList::Data *>(node)->GetValue();
-        return QByteArray(bytes.data(), qsizetype(bytes.size()));
+        char *bytes = nullptr;
+        uint64_t length = 0;
+        plist_get_data_val(node, &bytes, &length);
+        const QByteArray value(bytes, qsizetype(length));
+        free(bytes);
+        return value;
     }
     case PLIST_ARRAY: {
-        // libplist has no const element access.
-        auto *array = const_cast<PList::Array *>(static_cast<const PList::Array *>(node));
         QVariantList list;
-        for (unsigned i = 0; i < array->GetSize(); ++i)
-            list << variantFromNode((*array)[i]);
+        for (uint32_t i = 0; i < plist_array_get_size(node); ++i)
+            list << variantFromNode(plist_array_get_item(node, i));
         return list;
     }
     case PLIST_DICT:
-        return mapFromDictionary(*static_cast<const PList::Dictionary *>(node));
+        return mapFromDictionary(node);
     default:
         return {};
     }
 }
 
-std::unique_ptr<PList::Node> nodeFromVariant(const QVariant &value)
+plist_t nodeFromVariant(const QVariant &value)
 {
     switch (value.metaType().id()) {
     case QMetaType::Bool:
-        return std::make_unique<PList::Boolean>(value.toBool());
+        return plist_new_bool(value.toBool());
     case QMetaType::Int:
     case QMetaType::UInt:
     case QMetaType::LongLong:
     case QMetaType::ULongLong:
     case QMetaType::Long:
-        return std::make_unique<PList::Integer>(uint64_t(value.toLongLong()));
+        return plist_new_uint(uint64_t(value.toLongLong()));
     case QMetaType::Double:
     case QMetaType::Float:
-        return std::make_unique<PList::Real>(value.toDouble());
+        return plist_new_real(value.toDouble());
     case QMetaType::QDateTime: {
         const qint64 msecs = value.toDateTime().toMSecsSinceEpoch() - kReferenceDateOffset * 1000;
-        timeval t{};
-        t.tv_sec = msecs / 1000;
-        t.tv_usec = (msecs % 1000) * 1000;
-        return std::make_unique<PList::Date>(t);
+        return plist_new_date(int32_t(msecs / 1000), int32_t((msecs % 1000) * 1000));
     }
     case QMetaType::QByteArray: {
         const QByteArray bytes = value.toByteArray();
-        return std::make_unique<PList::Data>(std::vector<char>(bytes.cbegin(), bytes.cend()));
+        return plist_new_data(bytes.constData(), uint64_t(bytes.size()));
     }
     case QMetaType::QVariantList:
     case QMetaType::QStringList: {
-        auto array = std::make_unique<PList::Array>();
+        plist_t array = plist_new_array();
         for (const QVariant &item : value.toList())
-            if (auto node = nodeFromVariant(item))
-                array->Append(node.release());
+            if (plist_t node = nodeFromVariant(item))
+                plist_array_append_item(array, node);
         return array;
     }
     case QMetaType::QVariantMap: {
-        auto dictionary = std::make_unique<PList::Dictionary>();
+        plist_t dictionary = plist_new_dict();
         const QVariantMap map = value.toMap();
         for (auto it = map.cbegin(); it != map.cend(); ++it)
-            if (auto node = nodeFromVariant(it.value()))
-                dictionary->Set(it.key().toStdString(), node.get());
+            if (plist_t node = nodeFromVariant(it.value()))
+                plist_dict_set_item(dictionary, it.key().toUtf8().constData(), node);
         return dictionary;
     }
     default:
         if (value.canConvert<QString>())
-            return std::make_unique<PList::String>(value.toString().toStdString());
+            return plist_new_string(value.toString().toUtf8().constData());
         return nullptr;
     }
 }
@@ -117,19 +152,15 @@ namespace KVPropertyList {
 
 QVariantMap dictionaryFromXml(const QByteArray &xml, KVError *error)
 {
-    std::unique_ptr<PList::Structure> root;
-    if (xml.startsWith("bplist00")) {
-        std::vector<char> bytes(xml.cbegin(), xml.cend());
-        root.reset(PList::Structure::FromBin(bytes));
-    } else {
-        root.reset(PList::Structure::FromXml(xml.toStdString()));
-    }
-    if (!root || root->GetType() != PLIST_DICT) {
+    plist_t node = nullptr;
+    plist_from_memory(xml.constData(), uint32_t(xml.size()), &node);
+    const PlistPtr root(node);
+    if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
         if (error)
             *error = readError({}, QStringLiteral("The data is not a property list dictionary."));
         return {};
     }
-    return mapFromDictionary(*static_cast<PList::Dictionary *>(root.get()));
+    return mapFromDictionary(root.get());
 }
 
 QVariantMap readDictionary(const QString &path, KVError *error)
@@ -150,8 +181,13 @@ QVariantMap readDictionary(const QString &path, KVError *error)
 
 QByteArray xmlFromDictionary(const QVariantMap &dictionary)
 {
-    const auto root = nodeFromVariant(dictionary);
-    return QByteArray::fromStdString(static_cast<PList::Structure *>(root.get())->ToXml());
+    const PlistPtr root(nodeFromVariant(dictionary));
+    char *xml = nullptr;
+    uint32_t length = 0;
+    plist_to_xml(root.get(), &xml, &length);
+    const QByteArray text(xml, qsizetype(length));
+    free(xml);
+    return text;
 }
 
 bool writeDictionary(const QString &path, const QVariantMap &dictionary, KVError *error)

@@ -101,15 +101,6 @@ void removeSink(const std::shared_ptr<spdlog::sinks::sink> &sink)
     std::erase(r.asynchronous->sinks(), sink);
 }
 
-void removeAllSinks()
-{
-    Registry &r = registry();
-    flush();
-    std::lock_guard lock(r.mutex);
-    r.synchronous->sinks().clear();
-    r.asynchronous->sinks().clear();
-}
-
 void flush()
 {
     // The pool has a single worker that handles its queue in order, so when a flush posted now

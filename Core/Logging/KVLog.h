@@ -21,8 +21,6 @@ void write(KVLogFlag flag, const char *file, int line, const char *function, con
 // Attaches a sink that receives every line at or above its own level. Thread: any.
 void addSink(const std::shared_ptr<spdlog::sinks::sink> &sink);
 void removeSink(const std::shared_ptr<spdlog::sinks::sink> &sink);
-// Drops every sink (used when logging is set up again).
-void removeAllSinks();
 // Waits until the background thread has written every line logged so far.
 void flush();
 

@@ -47,11 +47,20 @@ std::optional<int> KVLogSetup::maskForLevelName(const QString &name)
 
 KVLogSetup::Result KVLogSetup::setupCocoaLumberjack(const KVUserDefaults &defaults, const Options &options)
 {
-    KVLog::removeAllSinks();
+    // Setting up again replaces the sinks of the previous set-up, and only those.
+    static std::vector<std::shared_ptr<spdlog::sinks::sink>> attached;
+    for (const auto &sink : attached)
+        KVLog::removeSink(sink);
+    attached.clear();
+    const auto attach = [](std::shared_ptr<spdlog::sinks::sink> sink) {
+        KVLog::addSink(sink);
+        attached.push_back(std::move(sink));
+    };
+
     if (options.systemLog) {
         auto systemLog = std::make_shared<spdlog::sinks::syslog_sink_mt>("NestoraInstaller", LOG_PID, LOG_USER, true);
         systemLog->set_level(spdlog::level::trace);
-        KVLog::addSink(systemLog);
+        attach(systemLog);
     }
 
     const QString folder = logDirectory();
@@ -73,7 +82,7 @@ KVLogSetup::Result KVLogSetup::setupCocoaLumberjack(const KVUserDefaults &defaul
     }
     if (result.fileMask) {
         result.fileSink->set_level(levelForMask(*result.fileMask));
-        KVLog::addSink(result.fileSink);
+        attach(result.fileSink);
     } else {
         result.fileSink.reset();
     }

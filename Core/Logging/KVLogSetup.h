@@ -34,6 +34,6 @@ public:
     // The mask of a level name, compared case-blind; nothing for an unknown name.
     static std::optional<int> maskForLevelName(const QString &name);
 
-    // Replaces whatever sinks were attached before.
+    // Replaces the sinks of an earlier set-up; sinks attached by others stay.
     static Result setupCocoaLumberjack(const KVUserDefaults &defaults, const Options &options);
 };

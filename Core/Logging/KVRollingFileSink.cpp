@@ -51,7 +51,8 @@ bool KVRollingFileSink::openFile(const QString &path)
 {
     m_file.close();
     m_file.setFileName(path);
-    return m_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text);
+    // Unbuffered: a line is in the file as soon as the sink has handled it.
+    return m_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered);
 }
 
 void KVRollingFileSink::rollIfDue()

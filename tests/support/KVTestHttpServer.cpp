@@ -1,26 +1,118 @@
 #include "KVTestHttpServer.h"
 
+#include <QPointer>
+#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 
-KVTestHttpServer::KVTestHttpServer(QObject *parent)
-    : QObject(parent)
+// Lives on the server's thread: accepts connections and answers them.
+class KVTestHttpServerWorker : public QObject
 {
-    connect(&m_server, &QTcpServer::newConnection, this, &KVTestHttpServer::handleConnection);
-    const bool listening = m_server.listen(QHostAddress::LocalHost, 0);
-    Q_ASSERT(listening);
-    Q_UNUSED(listening);
+public:
+    explicit KVTestHttpServerWorker(KVTestHttpServer &owner)
+        : m_owner(owner)
+    {
+    }
+
+    quint16 listen()
+    {
+        connect(&m_server, &QTcpServer::newConnection, this, &KVTestHttpServerWorker::handleConnection);
+        return m_server.listen(QHostAddress::LocalHost, 0) ? m_server.serverPort() : 0;
+    }
+
+    void stop()
+    {
+        m_server.close();
+        for (const QPointer<QTcpSocket> &socket : std::as_const(m_sockets))
+            if (socket)
+                socket->abort();
+    }
+
+private:
+    void handleConnection()
+    {
+        while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+            socket->setParent(this);
+            m_sockets << socket;
+            auto buffer = std::make_shared<QByteArray>();
+            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket, buffer] {
+                buffer->append(socket->readAll());
+                const qsizetype headerEnd = buffer->indexOf("\r\n\r\n");
+                if (headerEnd < 0)
+                    return;
+                const QList<QByteArray> requestLine = buffer->left(buffer->indexOf("\r\n")).split(' ');
+                buffer->remove(0, headerEnd + 4);
+                answer(socket, m_owner.takeResponse(QString::fromUtf8(requestLine.value(1))));
+            });
+        }
+    }
+
+    void answer(QTcpSocket *socket, const KVTestHttpServer::Response &response)
+    {
+        using Behaviour = KVTestHttpServer::Behaviour;
+        if (response.behaviour == Behaviour::Stall)
+            return;
+        if (response.behaviour == Behaviour::CloseAtOnce) {
+            socket->abort();
+            return;
+        }
+        QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + " Status\r\n";
+        head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
+        for (const auto &[name, value] : response.headers)
+            head += name + ": " + value + "\r\n";
+        head += "Connection: close\r\n\r\n";
+        socket->write(head);
+        if (response.behaviour == Behaviour::DropHalfway) {
+            socket->write(response.body.left(response.body.size() / 2));
+            socket->flush();
+            QTimer::singleShot(50, socket, [socket] { socket->abort(); });
+            return;
+        }
+        sendBody(socket, response.body, response.chunkSize, 0);
+    }
+
+    void sendBody(QTcpSocket *socket, const QByteArray &body, qsizetype chunkSize, qsizetype offset)
+    {
+        const qsizetype size = chunkSize > 0 ? chunkSize : body.size();
+        socket->write(body.mid(offset, size));
+        if (offset + size >= body.size()) {
+            socket->disconnectFromHost();
+            return;
+        }
+        QTimer::singleShot(5, socket, [=, this] { sendBody(socket, body, chunkSize, offset + size); });
+    }
+
+    KVTestHttpServer &m_owner;
+    QTcpServer m_server;
+    QList<QPointer<QTcpSocket>> m_sockets;
+};
+
+KVTestHttpServer::KVTestHttpServer()
+{
+    m_thread.setObjectName(QStringLiteral("KVTestHttpServer"));
+    m_thread.start();
+    m_worker = new KVTestHttpServerWorker(*this);
+    m_worker->moveToThread(&m_thread);
+    QMetaObject::invokeMethod(m_worker, [this] { m_port = m_worker->listen(); }, Qt::BlockingQueuedConnection);
+    Q_ASSERT(m_port != 0);
 }
 
 KVTestHttpServer::~KVTestHttpServer()
 {
-    m_server.close();
-    for (const QPointer<QTcpSocket> &socket : std::as_const(m_sockets))
-        if (socket)
-            socket->abort();
+    QMetaObject::invokeMethod(m_worker, [this] {
+        m_worker->stop();
+        delete m_worker;
+    }, Qt::BlockingQueuedConnection);
+    m_thread.quit();
+    m_thread.wait();
 }
 
-void KVTestHttpServer::setResponse(const QString &path, const Response &response) { m_responses.insert(path, response); }
+void KVTestHttpServer::setResponse(const QString &path, const Response &response)
+{
+    QMutexLocker lock(&m_mutex);
+    m_responses.insert(path, response);
+}
 
 void KVTestHttpServer::setRedirect(const QString &path, const QUrl &target)
 {
@@ -29,68 +121,18 @@ void KVTestHttpServer::setRedirect(const QString &path, const QUrl &target)
 
 QUrl KVTestHttpServer::url(const QString &path) const
 {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path));
+    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path));
 }
 
-void KVTestHttpServer::handleConnection()
+int KVTestHttpServer::requestCount(const QString &path) const
 {
-    while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-        m_sockets << socket;
-        auto *buffer = new QByteArray;
-        connect(socket, &QObject::destroyed, this, [buffer] { delete buffer; });
-        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-        connect(socket, &QTcpSocket::readyRead, this, [this, socket, buffer] {
-            buffer->append(socket->readAll());
-            const qsizetype headerEnd = buffer->indexOf("\r\n\r\n");
-            if (headerEnd < 0)
-                return;
-            const QList<QByteArray> requestLine = buffer->left(buffer->indexOf("\r\n")).split(' ');
-            buffer->remove(0, headerEnd + 4);
-            handleRequest(socket, QString::fromUtf8(requestLine.value(1)));
-        });
-    }
+    QMutexLocker lock(&m_mutex);
+    return m_requestCounts.value(path);
 }
 
-void KVTestHttpServer::handleRequest(QTcpSocket *socket, const QString &path)
+KVTestHttpServer::Response KVTestHttpServer::takeResponse(const QString &path)
 {
+    QMutexLocker lock(&m_mutex);
     ++m_requestCounts[path];
-    const Response response = m_responses.value(path, Response{404, "not found", {}, Behaviour::Answer, 0});
-    switch (response.behaviour) {
-    case Behaviour::Stall:
-        return;
-    case Behaviour::CloseAtOnce:
-        socket->close();
-        return;
-    case Behaviour::Answer:
-    case Behaviour::DropHalfway:
-        break;
-    }
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + " Status\r\n";
-    head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
-    for (const auto &[name, value] : response.headers)
-        head += name + ": " + value + "\r\n";
-    head += "Connection: close\r\n\r\n";
-    socket->write(head);
-    if (response.behaviour == Behaviour::DropHalfway) {
-        socket->write(response.body.left(response.body.size() / 2));
-        socket->flush();
-        QTimer::singleShot(50, socket, [socket] { socket->abort(); });
-        return;
-    }
-    sendBody(socket, response.body, response.chunkSize, 0);
-}
-
-void KVTestHttpServer::sendBody(QTcpSocket *socket, const QByteArray &body, qsizetype chunkSize, qsizetype offset)
-{
-    if (chunkSize <= 0) {
-        socket->write(body);
-        socket->disconnectFromHost();
-        return;
-    }
-    socket->write(body.mid(offset, chunkSize));
-    if (offset + chunkSize >= body.size()) {
-        socket->disconnectFromHost();
-        return;
-    }
-    QTimer::singleShot(5, socket, [this, socket, body, chunkSize, offset] { sendBody(socket, body, chunkSize, offset + chunkSize); });
+    return m_responses.value(path, Response{404, "not found", {}, Behaviour::Answer, 0});
 }

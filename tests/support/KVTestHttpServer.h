@@ -3,24 +3,24 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
-#include <QPointer>
-#include <QTcpServer>
+#include <QMutex>
+#include <QThread>
 #include <QUrl>
 
-class QTcpSocket;
+class KVTestHttpServerWorker;
 
-// A small HTTP/1.1 server on 127.0.0.1 for tests, in the test's own process. Each path answers
-// with a canned response or misbehaves on purpose; it counts the requests it got per path.
-// It stops, closing every connection, when destroyed.
-class KVTestHttpServer : public QObject
+// A small HTTP/1.1 server on 127.0.0.1 for tests. It runs on a thread of its own, so it keeps
+// answering while the test's main thread is blocked waiting for the engine. Each path answers
+// with a canned response or misbehaves on purpose; requests are counted per path. It stops,
+// closing every connection, when destroyed. Thread: any, for every public function.
+class KVTestHttpServer
 {
-    Q_OBJECT
 public:
     enum class Behaviour {
-        Answer,        // status line, headers, the whole body
-        Stall,         // accept the request and never answer
-        DropHalfway,   // announce the whole length, send half the body, close the connection
-        CloseAtOnce,   // close the connection without answering
+        Answer,      // status line, headers, the whole body
+        Stall,       // accept the request and never answer
+        DropHalfway, // announce the whole length, send half the body, close the connection
+        CloseAtOnce, // close the connection without answering
     };
 
     struct Response
@@ -29,11 +29,11 @@ public:
         QByteArray body;
         QList<std::pair<QByteArray, QByteArray>> headers;
         Behaviour behaviour = Behaviour::Answer;
-        qsizetype chunkSize = 0; // > 0: the body is sent in pieces of this size, one per event-loop turn
+        qsizetype chunkSize = 0; // > 0: the body goes out in pieces of this size, a few ms apart
     };
 
-    explicit KVTestHttpServer(QObject *parent = nullptr);
-    ~KVTestHttpServer() override;
+    KVTestHttpServer();
+    ~KVTestHttpServer();
 
     void setResponse(const QString &path, const Response &response);
     void setFile(const QString &path, const QByteArray &body) { setResponse(path, Response{200, body, {}, {}, 0}); }
@@ -41,16 +41,19 @@ public:
     void setRedirect(const QString &path, const QUrl &target);
 
     QUrl url(const QString &path) const;
-    int requestCount(const QString &path) const { return m_requestCounts.value(path); }
-    quint16 port() const { return m_server.serverPort(); }
+    int requestCount(const QString &path) const;
+    quint16 port() const { return m_port; }
 
 private:
-    void handleConnection();
-    void handleRequest(QTcpSocket *socket, const QString &path);
-    void sendBody(QTcpSocket *socket, const QByteArray &body, qsizetype chunkSize, qsizetype offset);
+    friend class KVTestHttpServerWorker;
+    Response takeResponse(const QString &path);
 
-    QTcpServer m_server;
+    mutable QMutex m_mutex;
     QHash<QString, Response> m_responses;
     QHash<QString, int> m_requestCounts;
-    QList<QPointer<QTcpSocket>> m_sockets;
+    QThread m_thread;
+    KVTestHttpServerWorker *m_worker = nullptr;
+    quint16 m_port = 0;
 };
+
+Q_DECLARE_METATYPE(KVTestHttpServer::Response)
