@@ -123,9 +123,14 @@ public:
 
     // ---- Launching (KVUpdateHelper+Launch.cpp) -----------------------------------------------
 
+    // Starts the companion application with the window origin and the installer's dates, then asks
+    // the host to end the installer. Queue only.
     void launchApp();
+    // SIGKILLs every process of the bundle; true when the last signal was delivered. Thread: any.
     bool terminateWithBundleId(const QString &bundleIdentifier);
-    void launchWithBundlePath(const QString &bundlePath, const QStringList &arguments, float after);
+    // Starts the bundle's program from a detached, retrying bash script after the delay (seconds)
+    // and returns at once; the program outlives this process. Thread: any.
+    static void launchWithBundlePath(const QString &bundlePath, const QStringList &arguments, float after);
 
 private:
     QUrl m_updateURL;
