@@ -58,63 +58,64 @@ std::optional<QList<KVINISectionPtr>>
 KVManifestPublisher::sectionsForDescription(const QJsonObject &description, KVError *error) {
     m_sections.clear();
     m_error = {};
-    const auto publish = [&]() -> bool {
-        if (!hasOnlyKeys(description,
-                         {QStringLiteral("baseURL"), QStringLiteral("installer"),
-                          QStringLiteral("application"), QStringLiteral("modules"),
-                          QStringLiteral("deviceXML"), QStringLiteral("deviceIcons"),
-                          QStringLiteral("smartCards")},
-                         QStringLiteral("the description")))
-            return false;
-
-        if (m_baseURL.isEmpty())
-            m_baseURL = QUrl(description.value(QStringLiteral("baseURL")).toString(), QUrl::StrictMode);
-        if (!m_baseURL.isValid() || m_baseURL.host().isEmpty() ||
-            (m_baseURL.scheme() != QLatin1String("http") && m_baseURL.scheme() != QLatin1String("https")))
-            return fail(KVPublishErrorBadDescription,
-                        QStringLiteral("the base URL must be an http or https address, not \"%1\"")
-                            .arg(m_baseURL.toString()));
-        // The base names a folder: file names are appended to it, never replace its last part.
-        if (!m_baseURL.path().endsWith(QLatin1Char('/')))
-            m_baseURL.setPath(m_baseURL.path() + QLatin1Char('/'));
-
-        if (description.contains(QStringLiteral("installer")) &&
-            !addInstaller(description.value(QStringLiteral("installer"))))
-            return false;
-        if (description.contains(QStringLiteral("application")) &&
-            !addIndexedReleases(description.value(QStringLiteral("application")),
-                                QStringLiteral("application"), QStringLiteral("Mac_Application")))
-            return false;
-        if (description.contains(QStringLiteral("modules"))) {
-            const QJsonValue modules = description.value(QStringLiteral("modules"));
-            if (!modules.isObject())
-                return fail(KVPublishErrorBadDescription,
-                            QStringLiteral("\"modules\" must map module names to their releases"));
-            const QJsonObject byName = modules.toObject();
-            for (auto it = byName.begin(); it != byName.end(); ++it) {
-                const QString context = QStringLiteral("modules.") + it.key();
-                const auto name = token(it.key(), context);
-                if (!name || !addIndexedReleases(it.value(), context, QStringLiteral("Mac_Module_") + *name))
-                    return false;
-            }
-        }
-        const std::pair<const char *, const char *> dataItems[] = {
-            {"deviceXML", "Device_XML"}, {"deviceIcons", "Device_Icon"}, {"smartCards", "Smart_Cards"}};
-        for (const auto &[key, sectionName] : dataItems) {
-            const QString context = QString::fromLatin1(key);
-            if (description.contains(context) &&
-                !addDataItem(description.value(context), context, QString::fromLatin1(sectionName)))
-                return false;
-        }
-        if (m_sections.isEmpty())
-            return fail(KVPublishErrorBadDescription, QStringLiteral("the description names no deliverable"));
-        return true;
-    };
-    if (!publish()) {
+    if (!addSections(description)) {
         *error = m_error;
         return std::nullopt;
     }
     return m_sections;
+}
+
+bool KVManifestPublisher::addSections(const QJsonObject &description) {
+    if (!hasOnlyKeys(description,
+                     {QStringLiteral("baseURL"), QStringLiteral("installer"), QStringLiteral("application"),
+                      QStringLiteral("modules"), QStringLiteral("deviceXML"), QStringLiteral("deviceIcons"),
+                      QStringLiteral("smartCards")},
+                     QStringLiteral("the description")))
+        return false;
+
+    m_servedFrom = m_baseURL.isEmpty()
+                       ? QUrl(description.value(QStringLiteral("baseURL")).toString(), QUrl::StrictMode)
+                       : m_baseURL;
+    if (!m_servedFrom.isValid() || m_servedFrom.host().isEmpty() ||
+        (m_servedFrom.scheme() != QLatin1String("http") && m_servedFrom.scheme() != QLatin1String("https")))
+        return fail(KVPublishErrorBadDescription,
+                    QStringLiteral("the base URL must be an http or https address, not \"%1\"")
+                        .arg(m_servedFrom.toString()));
+    // The base names a folder: file names are appended to it, never replace its last part.
+    if (!m_servedFrom.path().endsWith(QLatin1Char('/')))
+        m_servedFrom.setPath(m_servedFrom.path() + QLatin1Char('/'));
+
+    if (description.contains(QStringLiteral("installer")) &&
+        !addInstaller(description.value(QStringLiteral("installer"))))
+        return false;
+    if (description.contains(QStringLiteral("application")) &&
+        !addIndexedReleases(description.value(QStringLiteral("application")), QStringLiteral("application"),
+                            QStringLiteral("Mac_Application")))
+        return false;
+    if (description.contains(QStringLiteral("modules"))) {
+        const QJsonValue modules = description.value(QStringLiteral("modules"));
+        if (!modules.isObject())
+            return fail(KVPublishErrorBadDescription,
+                        QStringLiteral("\"modules\" must map module names to their releases"));
+        const QJsonObject byName = modules.toObject();
+        for (auto it = byName.begin(); it != byName.end(); ++it) {
+            const QString context = QStringLiteral("modules.") + it.key();
+            const auto name = token(it.key(), context);
+            if (!name || !addIndexedReleases(it.value(), context, QStringLiteral("Mac_Module_") + *name))
+                return false;
+        }
+    }
+    const std::pair<const char *, const char *> dataItems[] = {
+        {"deviceXML", "Device_XML"}, {"deviceIcons", "Device_Icon"}, {"smartCards", "Smart_Cards"}};
+    for (const auto &[key, sectionName] : dataItems) {
+        const QString context = QString::fromLatin1(key);
+        if (description.contains(context) &&
+            !addDataItem(description.value(context), context, QString::fromLatin1(sectionName)))
+            return false;
+    }
+    if (m_sections.isEmpty())
+        return fail(KVPublishErrorBadDescription, QStringLiteral("the description names no deliverable"));
+    return true;
 }
 
 bool KVManifestPublisher::addInstaller(const QJsonValue &part) {
@@ -305,7 +306,8 @@ bool KVManifestPublisher::addDeliverableItems(KVINISection &section, const QJson
 
     QUrl relative;
     relative.setPath(fileName, QUrl::DecodedMode);
-    section.addItemWithKey(QStringLiteral("URL"), m_baseURL.resolved(relative).toString(QUrl::FullyEncoded));
+    section.addItemWithKey(QStringLiteral("URL"),
+                           m_servedFrom.resolved(relative).toString(QUrl::FullyEncoded));
     section.addItemWithKey(QStringLiteral("Bytes"), QString::number(deliverable.size()));
     section.addItemWithKey(QStringLiteral("MD5"), digest);
     return true;

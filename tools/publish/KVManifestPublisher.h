@@ -68,6 +68,7 @@ public:
 
 private:
     // Each returns false or nothing after recording the first failure in m_error.
+    bool addSections(const QJsonObject &description);
     bool addInstaller(const QJsonValue &part);
     bool addIndexedReleases(const QJsonValue &part, const QString &context, const QString &indexName);
     bool addDataItem(const QJsonValue &part, const QString &context, const QString &sectionName);
@@ -81,7 +82,8 @@ private:
     bool fail(KVPublishErrorCode code, const QString &message);
 
     QDir m_deliverables;
-    QUrl m_baseURL;
+    QUrl m_baseURL;    // as given; empty: the description's
+    QUrl m_servedFrom; // the base URL in use, ending in "/"
     QList<KVINISectionPtr> m_sections;
     KVError m_error;
 };
