@@ -1,0 +1,116 @@
+#include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVShellQuoting.h"
+#include "Core/Logging/KVLog.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVDetachedProcess.h"
+#include "Platform/KVRunningApplication.h"
+#include "Platform/KVStandardPaths.h"
+#include "Platform/KVSystemLog.h"
+#include "Platform/KVUserDefaults.h"
+
+#include <QFileInfo>
+#include <charconv>
+
+namespace {
+const QString kClassName = QStringLiteral("KVUpdateHelper");
+const QString kLaunchDateKey = QStringLiteral("InstallerLastLaunchDate");
+const QString kUpdateDateKey = QStringLiteral("InstallerUpdateDate");
+constexpr int kLastLaunchAttempt = 10; // attempts 0 to 10
+// Linux keeps a process name (what pgrep -x matches) to its first 15 bytes.
+constexpr qsizetype kProcessNameLength = 15;
+
+// A number's ordinary text: as few digits as read back to the same value, never an exponent,
+// so 300, 0.1 and 1700000000.5.
+template <typename Number> QString ordinaryText(Number value) {
+    char text[400];
+    const std::to_chars_result result =
+        std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
+    return QString::fromLatin1(text, result.ptr - text);
+}
+
+QString secondsSince1970(const QDateTime &date) {
+    return ordinaryText(double(date.toMSecsSinceEpoch()) / 1000.0);
+}
+
+// What pgrep -x must find once the program runs, as an extended regular expression that matches
+// only that text. Linux names a process after its program file (the bundle's CFBundleExecutable,
+// which is what the bundle's name stands for elsewhere), cut to its first 15 bytes.
+QString processNamePattern(const QString &executablePath) {
+    static const QString specialCharacters = QStringLiteral(".[]{}()*+?^$|\\");
+    const QByteArray name = QFileInfo(executablePath).fileName().toUtf8().left(kProcessNameLength);
+    QString pattern;
+    for (const QChar character : QString::fromUtf8(name)) {
+        if (specialCharacters.contains(character))
+            pattern += QLatin1Char('\\');
+        pattern += character;
+    }
+    return pattern;
+}
+} // namespace
+
+void KVUpdateHelper::launchApp() {
+    QPointF origin;
+    KVDispatch::syncMain([&] {
+        if (m_host.windowOrigin)
+            origin = m_host.windowOrigin();
+    });
+
+    KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
+    const QDateTime launchDate = defaults.dateForKey(kLaunchDateKey);
+    if (!launchDate.isValid())
+        KVLogError("invaild install launch date!");
+    QStringList arguments{QStringLiteral("-KVWindowOrigin"), ordinaryText(float(origin.x())),
+                          ordinaryText(float(origin.y())), QStringLiteral("-InstallerLaunchDate"),
+                          launchDate.isValid() ? secondsSince1970(launchDate) : QStringLiteral("0")};
+    const QDateTime updateDate = defaults.dateForKey(kUpdateDateKey);
+    if (updateDate.isValid())
+        arguments << QStringLiteral("-InstallerUpdatedDate") << secondsSince1970(updateDate);
+    // Consumed here, so that a later start of the application from elsewhere does not repeat them.
+    defaults.removeObjectForKey(kLaunchDateKey);
+    defaults.removeObjectForKey(kUpdateDateKey);
+
+    KVLogError("%@ start parameters %@", kClassName, arguments);
+    launchWithBundlePath(KVStandardPaths::applicationsDirectory() + QStringLiteral("/Nestora.app"), arguments,
+                         0);
+    KVDispatch::syncMain([&] {
+        if (m_host.terminate)
+            m_host.terminate();
+    });
+}
+
+bool KVUpdateHelper::terminateWithBundleId(const QString &bundleIdentifier) {
+    bool delivered = false;
+    for (const KVRunningApplication &application :
+         KVRunningApplication::runningApplicationsWithBundleIdentifier(bundleIdentifier))
+        delivered = application.forceTerminate();
+    return delivered;
+}
+
+void KVUpdateHelper::launchWithBundlePath(const QString &bundlePath, const QStringList &arguments,
+                                          float after) {
+    // Linux's counterpart of `open "bundle" --args …`: the bundle's program, started in a session
+    // of its own with no input or output. Every word is quoted, so no path or argument can turn
+    // into a command of its own.
+    const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(bundlePath);
+    const QString executable = bundle ? bundle->executablePath() : QString();
+    if (executable.isEmpty()) {
+        KVLogError("%@ no application to launch at %@", kClassName, bundlePath);
+        return;
+    }
+    const QString openCommand =
+        QStringLiteral("sleep %1; setsid -f -- %2 </dev/null >/dev/null 2>&1;")
+            .arg(QString::number(after, 'f', 6), KVShellQuoting::joined(QStringList{executable} + arguments));
+    // Try until a process of the program's name runs. When one already runs (the installer that
+    // is about to end, say), the first attempt is the only one. Linux's pgrep has no -q, so its
+    // list of matches goes to /dev/null instead.
+    const QString script =
+        QStringLiteral("PROCESS=%1 \n for i in {0..%2}; do \n %3 \n"
+                       " if pgrep -x -- \"$PROCESS\" >/dev/null; then \n break \n fi \n done")
+            .arg(KVShellQuoting::quoted(processNamePattern(executable)), QString::number(kLastLaunchAttempt),
+                 openCommand);
+    KVSystemLog::write(QStringLiteral("Command:%1").arg(script));
+
+    KVError error;
+    if (!KVDetachedProcess::start(QStringLiteral("/bin/bash"), {QStringLiteral("-c"), script}, &error))
+        KVLogError("%@ failed to start the launch script with error %@", kClassName, error);
+}
