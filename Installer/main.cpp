@@ -1,36 +1,26 @@
-#include "App/Model/KVUpdateHelper.h"
+#include "App/Model/KVUpdateTypes.h"
 #include "Core/Logging/KVLog.h"
-#include "Core/Logging/KVLogSetup.h"
-#include "Platform/KVUserDefaults.h"
+#include "Installer/KVIAppDelegate.h"
+#include "Platform/KVSingleInstance.h"
 
 #include <QApplication>
-#include <QTextStream>
 
-// Fetches the update manifest and reports its sections.
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     QApplication application(argc, argv);
-    KVLogSetup::setupCocoaLumberjack(KVUserDefaults::standardUserDefaults(),
-                                     {.systemLog = qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG")});
 
-    KVUpdateHelper &engine = KVUpdateHelper::sharedInstance();
-    KVError error;
-    QStringList sections;
-    engine.queue().sync([&] {
-        engine.downloadUpdateINI(false, &error);
-        if (!error)
-            for (const KVINISectionPtr &section : engine.INI()->sections())
-                sections << section->name();
+    qInfo("killApplication");
+    KVSingleInstance singleInstance(KVInstallerBundleIdentifier);
+    if (!singleInstance.becomePrimaryOrActivateOther())
+        return 0;
+
+    KVIAppDelegate delegate;
+    QObject::connect(&singleInstance, &KVSingleInstance::activationRequested, &delegate, [&delegate] {
+        KVLogInfo("%@ brought to the front by a second start", QStringLiteral("KVIAppDelegate"));
+        delegate.activate();
     });
-    QTextStream out(stdout);
-    if (error) {
-        KVLogError("%@ failed to fetch the manifest %@ with error %@", QStringLiteral("NestoraInstaller"),
-                   engine.updateURL(), error);
-        out << "Manifest " << engine.updateURL().toString() << " unavailable: " << error.description() << Qt::endl;
-        return 1;
-    }
-    out << "Manifest " << engine.updateURL().toString() << " has " << sections.size()
-        << " sections: " << sections.join(QStringLiteral(", ")) << Qt::endl;
-    KVLog::flush();
-    return 0;
+    delegate.applicationWillFinishLaunching(application.arguments());
+    delegate.applicationDidFinishLaunching();
+    const int status = application.exec();
+    delegate.applicationWillTerminate();
+    return status;
 }

@@ -91,7 +91,12 @@ KVFormatArgument kvFormatArgument(const QList<std::shared_ptr<T>> &values)
 QString kvFormatWithArguments(const QString &format, const QList<KVFormatArgument> &arguments);
 
 template <typename... Args>
+QString KVFormat(const QString &format, const Args &...args)
+{
+    return kvFormatWithArguments(format, QList<KVFormatArgument>{kvFormatArgument(args)...});
+}
+template <typename... Args>
 QString KVFormat(const char *format, const Args &...args)
 {
-    return kvFormatWithArguments(QString::fromUtf8(format), QList<KVFormatArgument>{kvFormatArgument(args)...});
+    return KVFormat(QString::fromUtf8(format), args...);
 }

@@ -1,0 +1,104 @@
+#include "Installer/KVIAppDelegate.h"
+
+#include "App/Model/KVUpdateHelper.h"
+#include "Core/Logging/KVLog.h"
+#include "Core/Logging/KVLogSetup.h"
+#include "Installer/KVIView.h"
+#include "Installer/KVIWindow.h"
+#include "Installer/KVWindowPlacement.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVPropertyList.h"
+#include "Platform/KVUserDefaults.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QScreen>
+
+namespace {
+const QString kClassName = QStringLiteral("KVIAppDelegate");
+constexpr QSize kWindowSize(520, 360);
+
+// Linux has no global menu bar; a desktop panel along the top of the screen takes its place.
+KVIAppDelegate::ScreenMetrics primaryScreenMetrics() {
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return {};
+    return {QSizeF(screen->geometry().size()),
+            double(screen->availableGeometry().top() - screen->geometry().top())};
+}
+} // namespace
+
+KVIAppDelegate::KVIAppDelegate(QObject *parent)
+    : QObject(parent)
+    , m_window(new KVIWindow)
+    , m_screenMetrics(&primaryScreenMetrics) {
+    m_window->resize(kWindowSize);
+}
+
+KVIAppDelegate::~KVIAppDelegate() {
+    delete m_window;
+}
+
+void KVIAppDelegate::setupCocoaLumberjack() {
+    KVLogSetup::setupCocoaLumberjack(KVUserDefaults::standardUserDefaults(),
+                                     {.systemLog = qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG")});
+}
+
+void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments) {
+    const QString version = KVBundle::mainBundle().bundleVersion();
+    setupCocoaLumberjack();
+    KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"),
+               version);
+    KVLogError("%@ start parameters %@", kClassName, arguments);
+
+    const KVWindowPlacement::OriginScan scan = KVWindowPlacement::scanWindowOrigins(arguments);
+    for (const QPointF &origin : scan.origins) {
+        KVLogError("%@ location: %@", kClassName, arguments);
+        m_window->setFrameOrigin(origin);
+    }
+    if (scan.missingValue)
+        KVLogError("%@ -KVWindowOrigin without its two values in %@", kClassName, arguments);
+    if (scan.origins.isEmpty())
+        placeWindowTopRight();
+}
+
+void KVIAppDelegate::applicationDidFinishLaunching() {
+    KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
+    const QString defaultsPath =
+        KVBundle::mainBundle().pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
+    if (!defaultsPath.isEmpty())
+        defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath));
+    defaults.synchronize();
+
+    KVUpdateHelper &engine = KVUpdateHelper::sharedInstance();
+    QPointer<KVIWindow> window = m_window;
+    engine.setHost({
+        .windowOrigin = [window] { return window ? window->frameOrigin() : QPointF(); },
+        .windowSize = [window] { return window ? QSizeF(window->frameGeometry().size()) : QSizeF(); },
+        .screenSize = [this] { return m_screenMetrics().screenSize; },
+        .menuBarHeight = [this] { return m_screenMetrics().menuBarHeight; },
+        .terminate = [] { QCoreApplication::quit(); },
+    });
+
+    m_window->setFixedSize(m_window->size());
+    m_viewController = m_contentFactory ? m_contentFactory(m_window) : new KVIView;
+    m_window->setContentView(m_viewController);
+
+    m_window->show();
+    activate();
+    placeWindowTopRight();
+    defaults.setObject(QStringLiteral("InstallerLastLaunchDate"), QDateTime::currentDateTimeUtc());
+    // Linux desktops have no application menu whose items could carry "Hide", "Show" and "IDS_QUIT".
+}
+
+void KVIAppDelegate::activate() {
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+void KVIAppDelegate::placeWindowTopRight() {
+    const ScreenMetrics metrics = m_screenMetrics();
+    m_window->setFrameOrigin(KVWindowPlacement::topRightOrigin(
+        metrics.screenSize, QSizeF(m_window->frameGeometry().size()), metrics.menuBarHeight));
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Installer/KVMaskView.h"
+
+#include <QPointer>
+#include <QVariantMap>
+#include <QWidget>
+#include <deque>
+#include <functional>
+
+class KVPopupWindow;
+
+// The installer's one window: borderless and white, dragged by its background, and able to show
+// one popup card at a time over a dimmed copy of itself. Popups requested while one is shown wait
+// their turn and are served in order.
+class KVIWindow : public QWidget, public KVMaskViewDelegate {
+    Q_OBJECT
+public:
+    // Thread: main. Receives the user info the popup was ended with.
+    using PopupCompletionHandler = std::function<void(const QVariantMap &userInfo)>;
+
+    explicit KVIWindow(QWidget *parent = nullptr);
+    ~KVIWindow() override;
+
+    void setContentView(QWidget *view);
+    QWidget *contentView() const { return m_contentView; }
+
+    // The frame's bottom-left corner in screen space (y grows upwards from the screen's bottom).
+    QPointF frameOrigin() const;
+    void setFrameOrigin(QPointF origin);
+
+    // Thread: main. Queues the card and returns at once; it is shown when every earlier popup has
+    // ended. The window keeps no ownership of the card.
+    void beginPopupView(QWidget *card, PopupCompletionHandler handler);
+    // Ends the popup of that card (nothing happens for any other card): the handler runs with
+    // the user info, then the popup closes and the next queued one is shown.
+    void endPopupView(QWidget *card) { endPopupView(card, {}); }
+    void endPopupView(QWidget *card, const QVariantMap &userInfo);
+    QWidget *popupView() const;
+    KVPopupWindow *popupWindow() const { return m_popupWindow; }
+
+    void maskViewDidClick(KVMaskView *) override {}
+
+private:
+    struct PendingPopup {
+        QPointer<QWidget> card;
+        PopupCompletionHandler handler;
+    };
+
+    void presentNextPopup();
+
+    QWidget *m_contentView = nullptr;
+    std::deque<PendingPopup> m_pendingPopups;
+    KVPopupWindow *m_popupWindow = nullptr;
+    PopupCompletionHandler m_popupCompletionHandler;
+};
