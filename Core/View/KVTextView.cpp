@@ -1,0 +1,41 @@
+#include "Core/View/KVTextView.h"
+
+#include <QPainter>
+#include <QTextDocument>
+
+KVTextView::KVTextView(QWidget *parent)
+    : QWidget(parent)
+{
+    relayout();
+}
+
+KVTextView::~KVTextView() = default;
+
+void KVTextView::setString(const QString &string)
+{
+    m_string = string;
+    relayout();
+}
+
+void KVTextView::setAttributes(const KVTextAttributes &attributes)
+{
+    m_attributes = attributes;
+    relayout();
+}
+
+void KVTextView::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    m_document->drawContents(&painter, rect());
+}
+
+void KVTextView::resizeEvent(QResizeEvent *)
+{
+    relayout();
+}
+
+void KVTextView::relayout()
+{
+    m_document = KVTextMeasure::layoutDocument(m_string, m_attributes, width());
+    update();
+}
