@@ -5,7 +5,7 @@
 #include "Core/Logging/KVLogSetup.h"
 #include "Installer/KVIView.h"
 #include "Installer/KVIWindow.h"
-#include "Installer/KVWindowPlacement.h"
+#include "Core/Extensions/KVWindowPlacement.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
 #include "Platform/KVUserDefaults.h"

@@ -1,7 +1,7 @@
 #include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIWindow.h"
 #include "Installer/KVPopupWindow.h"
-#include "Installer/KVWindowPlacement.h"
+#include "Core/Extensions/KVWindowPlacement.h"
 #include "KVLogCapture.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"

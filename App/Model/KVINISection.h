@@ -3,6 +3,7 @@
 #include "App/Model/KVINIItem.h"
 
 #include <QList>
+#include <QMetaType>
 
 #include <memory>
 
@@ -30,3 +31,6 @@ private:
 };
 
 using KVINISectionPtr = std::shared_ptr<KVINISection>;
+
+Q_DECLARE_METATYPE(KVINISectionPtr)
+Q_DECLARE_METATYPE(QList<KVINISectionPtr>)

@@ -1,17 +1,19 @@
-#include "Installer/KVWindowPlacement.h"
+#include "Core/Extensions/KVWindowPlacement.h"
 
 #include "Core/Extensions/KVVersionComparison.h"
 
 namespace KVWindowPlacement {
 
-QPointF topRightOrigin(QSizeF screenSize, QSizeF windowSize, double menuBarHeight) {
+QPointF topRightOrigin(QSizeF screenSize, QSizeF windowSize, double menuBarHeight)
+{
     screenSize = screenSize.isValid() ? screenSize : QSizeF(0, 0);
     windowSize = windowSize.isValid() ? windowSize : QSizeF(0, 0);
     return {screenSize.width() - windowSize.width() - 24,
             screenSize.height() - windowSize.height() - menuBarHeight - 24};
 }
 
-OriginScan scanWindowOrigins(const QStringList &arguments) {
+OriginScan scanWindowOrigins(const QStringList &arguments)
+{
     OriginScan scan;
     for (qsizetype i = 0; i < arguments.size(); ++i) {
         if (arguments[i] != QLatin1String("-KVWindowOrigin"))

@@ -15,7 +15,8 @@ QPointF topRightOrigin(QSizeF screenSize, QSizeF windowSize, double menuBarHeigh
 // The origins named by "-KVWindowOrigin x y" in the arguments, in order; each value is read as
 // an integer (fractions cut off, non-numbers 0). `missingValue` is set when a flag lacks its two
 // values; the scan then stops there.
-struct OriginScan {
+struct OriginScan
+{
     QList<QPointF> origins;
     bool missingValue = false;
 };

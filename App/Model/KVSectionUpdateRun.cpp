@@ -1,0 +1,338 @@
+#include "App/Model/KVSectionUpdateRun.h"
+
+#include "Core/Extensions/KVLocalizedString.h"
+#include "Core/Extensions/KVNotificationCenter.h"
+#include "Core/Extensions/KVVersionComparison.h"
+#include "Core/Logging/KVLog.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVFileOperations.h"
+#include "Platform/KVPropertyList.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QSemaphore>
+#include <QXmlStreamReader>
+
+namespace {
+const QString kClassName = QStringLiteral("KVUpdateHelper");
+
+bool isArchiveKind(KVUpdateSectionType type)
+{
+    return type == KVUpdateSectionTypeApplicationRelease || type == KVUpdateSectionTypeModuleRelease ||
+           type == KVUpdateSectionTypeDeviceIcon;
+}
+
+bool isDataKind(KVUpdateSectionType type)
+{
+    return type == KVUpdateSectionTypeDeviceXML || type == KVUpdateSectionTypeDeviceIcon ||
+           type == KVUpdateSectionTypeSmartCards;
+}
+
+bool isWellFormedXml(const QByteArray &data)
+{
+    QXmlStreamReader reader(data);
+    while (!reader.atEnd())
+        reader.readNext();
+    return !reader.hasError();
+}
+
+// The devices file is stored as the Base64 text of the XML it was sent as, when that is XML at all.
+void encodeDevicesXml(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    const QByteArray data = QString::fromUtf8(file.readAll()).toUtf8();
+    file.close();
+    if (!isWellFormedXml(data))
+        return;
+    QSaveFile encoded(path);
+    if (encoded.open(QIODevice::WriteOnly)) {
+        encoded.write(data.toBase64());
+        (void)encoded.commit();
+    }
+}
+} // namespace
+
+KVSectionUpdateRun::KVSectionUpdateRun(KVUpdateHelper &engine, QList<KVINISectionPtr> givenSections,
+                                       KVProgressHandler progressHandler, KVUpdateCompletionHandler completionHandler)
+    : m_engine(engine)
+    , m_givenSections(std::move(givenSections))
+    , m_progressHandler(std::move(progressHandler))
+    , m_completionHandler(std::move(completionHandler))
+{}
+
+void KVSectionUpdateRun::run()
+{
+    m_engine.setUpdating(true);
+    selectSections();
+    weighSections();
+    downloadSections();
+    if (!m_runError)
+        m_engine.terminateWithBundleId(KVCompanionBundleIdentifier);
+    announceInstallation();
+    if (!m_downloaded.isEmpty())
+        takeFirstInstallationCensus();
+    deploySections();
+    complete();
+    if (!m_runError)
+        m_engine.launchApp();
+}
+
+void KVSectionUpdateRun::report(const QString &messageKey)
+{
+    if (!m_progressHandler)
+        return;
+    const QVariantMap info{{QStringLiteral("message"), KVLocalizedString(messageKey)}};
+    KVDispatch::syncMain([&] { m_progressHandler(m_fraction, info); });
+}
+
+// What is due now, in the engine's order, and among the given sections (by identity): the
+// given order does not count, and plug-ins are never candidates.
+void KVSectionUpdateRun::selectSections()
+{
+    QList<KVINISectionPtr> candidates;
+    if (KVINISectionPtr application = m_engine.checkAppUpdate())
+        candidates << application;
+    candidates << m_engine.checkDeviceXMLAndIconUpdate();
+    if (KVINISectionPtr smartCards = m_engine.checkSmartCardsUpdate())
+        candidates << smartCards;
+    for (const KVINISectionPtr &candidate : std::as_const(candidates))
+        if (m_givenSections.contains(candidate))
+            m_runList << candidate;
+}
+
+void KVSectionUpdateRun::weighSections()
+{
+    for (const KVINISectionPtr &section : std::as_const(m_runList)) {
+        const QString text = section->valueForKey(QStringLiteral("Bytes"));
+        if (text.isNull()) {
+            KVLogError("%s string of total bytes not found", __func__);
+            continue;
+        }
+        const qint64 bytes = leadingIntegerValue(text);
+        if (bytes == 0)
+            KVLogError("%s invalid string of total bytes: %@", __func__, text);
+        m_totalBytes += bytes; // negative values count as they are
+    }
+}
+
+void KVSectionUpdateRun::downloadSections()
+{
+    for (const KVINISectionPtr &section : std::as_const(m_runList)) {
+        const QString url = section->valueForKey(QStringLiteral("URL"));
+        if (url.isNull()) {
+            KVLogError("%@ string of download url not found", kClassName);
+            continue;
+        }
+        if (!QUrl(url, QUrl::StrictMode).isValid()) {
+            KVLogError("%@ invalid download url %@", kClassName, url);
+            continue;
+        }
+        const QString path = m_engine.downloadPathForSection(*section);
+        if (path.isEmpty())
+            continue;
+        if (!downloadSection(*section, url, path))
+            return;
+    }
+}
+
+// False when the run must stop downloading.
+bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QString &url, const QString &path)
+{
+    (void)KVFileOperations::removeItem(path);
+    report(QStringLiteral("IDS_INSTALLER_DOWNLOADING"));
+
+    // The callbacks run on the main thread while this thread waits for the semaphore.
+    m_sectionBytes = 0;
+    QSemaphore finished;
+    KVUpdateHelper::downloadURL(
+        url, path,
+        [this](const KVTransferProgress &progress) {
+            if (m_sectionBytes == 0)
+                m_sectionBytes = progress.totalUnitCount;
+            m_fraction = float(double(m_completedBytes + progress.completedUnitCount) / double(m_totalBytes));
+            if (m_progressHandler)
+                m_progressHandler(m_fraction,
+                                  QVariantMap{{QStringLiteral("message"),
+                                               KVLocalizedString(QStringLiteral("IDS_INSTALLER_DOWNLOADING"))}});
+        },
+        [this, &finished](const QString &, const KVError &error) {
+            // The transfer layer's own error stays out of sight: every transfer failure is a
+            // connection failure to the user.
+            if (error)
+                m_runError = KVError(KVURLErrorDomain, 2);
+            else
+                m_completedBytes += m_sectionBytes;
+            finished.release();
+        });
+    finished.acquire();
+    if (m_runError)
+        return false;
+
+    report(QStringLiteral("IDS_INSTALLER_DOWNLOADING"));
+    if (!m_engine.shouldVerifyMD5() || m_engine.fileMatchesDigestOfSection(path, section)) {
+        m_downloaded << path;
+        return true;
+    }
+    m_downloaded << std::nullopt;
+    m_runError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch);
+    KVLogError("%@ md5 is wrong", path);
+    return false;
+}
+
+void KVSectionUpdateRun::announceInstallation()
+{
+    if (m_runError)
+        return;
+    for (qsizetype i = 0; i < m_downloaded.size() && !m_runError; ++i) {
+        const KVUpdateSectionType type = m_engine.typeOfSection(*m_runList[i]);
+        if (m_downloaded[i] && (type == KVUpdateSectionTypeApplicationRelease ||
+                                type == KVUpdateSectionTypeModuleRelease || type == KVUpdateSectionTypeDeviceIcon))
+            report(QStringLiteral("IDS_INSTALLER_INSTALLING"));
+    }
+    // A second stop, in case the application was started again while the files downloaded.
+    m_engine.terminateWithBundleId(KVCompanionBundleIdentifier);
+}
+
+// Before anything is deployed, so that it sees what was installed before the run. The last test
+// holds for every section while no smart-cards file is installed.
+void KVSectionUpdateRun::takeFirstInstallationCensus()
+{
+    for (const KVINISectionPtr &section : std::as_const(m_runList)) {
+        const KVUpdateSectionType type = m_engine.typeOfSection(*section);
+        if (type == KVUpdateSectionTypeApplicationRelease && m_engine.currentVersion().isNull())
+            m_firstInstallations << section;
+        if (type == KVUpdateSectionTypeModuleRelease && m_engine.currentVersionOfPlugin(*section).isNull())
+            m_firstInstallations << section;
+        if (section->name() == QLatin1String("Device_XML") && m_engine.currentVersionOfDevicesXML().isNull())
+            m_firstInstallations << section;
+        if (section->name() == QLatin1String("Device_Icon") && m_engine.currentVersionOfDeviceIcons().isNull())
+            m_firstInstallations << section;
+        if (m_engine.currentVersionOfSmartCard().isNull())
+            m_firstInstallations << section;
+    }
+}
+
+void KVSectionUpdateRun::deploySections()
+{
+    m_engine.setInstallUpdate(true);
+    if (!m_downloaded.isEmpty() && !KVFileOperations::itemExists(KVBundle::mainBundle().bundlePath()))
+        m_engine.setInstallUpdate(false);
+    for (qsizetype i = 0; i < m_downloaded.size() && !m_runError; ++i) {
+        if (m_downloaded[i])
+            deploySection(*m_runList[i], *m_downloaded[i]);
+    }
+}
+
+void KVSectionUpdateRun::deploySection(const KVINISection &section, const QString &downloadedPath)
+{
+    const KVUpdateSectionType type = m_engine.typeOfSection(section);
+    QStringList items;
+    bool unpacked = true;
+    if (isArchiveKind(type)) {
+        KVError unzipError;
+        const std::optional<QStringList> unzipped = KVUpdateHelper::unzip(downloadedPath, &unzipError);
+        unpacked = unzipped && !unzipError;
+        if (unpacked)
+            items = *unzipped;
+        else
+            m_runError = unzipError;
+    }
+
+    const QString deploymentPath = m_engine.deploymentPathForSection(section);
+    const bool pluginIsNew = type == KVUpdateSectionTypeModuleRelease && !KVBundle::bundleWithPath(deploymentPath);
+    if (deploymentPath.isEmpty()) {
+        KVLogError("%@: failed to get deployment path for section %@", kClassName, section.name());
+        return;
+    }
+
+    // An archive the unzip tool could not unpack deploys nothing: the installed item stays whole.
+    if (unpacked) {
+        const KVError error = deployDeliverable(section, type, items, downloadedPath, deploymentPath, pluginIsNew);
+        if (error && !m_runError)
+            m_runError = error;
+    }
+
+    (void)KVFileOperations::removeItem(downloadedPath);
+    if (isDataKind(type))
+        recordHistory(section);
+}
+
+KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
+                                              const QStringList &items, const QString &downloadedPath,
+                                              const QString &deploymentPath, bool pluginIsNew)
+{
+    KVError error;
+    switch (type) {
+    case KVUpdateSectionTypeApplicationRelease:
+        KVUpdateHelper::deployApp(items, deploymentPath, &error);
+        return error;
+    case KVUpdateSectionTypeDeviceIcon:
+        (void)KVUpdateHelper::deploy(items, deploymentPath, &error);
+        return error;
+    case KVUpdateSectionTypeModuleRelease:
+        (void)KVUpdateHelper::deploy(items, deploymentPath, &error);
+        if (error)
+            KVLogError("%@: failed to install plugin %@", kClassName, section.name());
+        else
+            announcePlugin(section, pluginIsNew);
+        return error;
+    default: // single files: the devices XML, the smart cards, and any other kind with a place
+        QDir().mkpath(QFileInfo(deploymentPath).absolutePath());
+        if (type == KVUpdateSectionTypeDeviceXML)
+            encodeDevicesXml(downloadedPath);
+        (void)KVFileOperations::removeItem(deploymentPath);
+        return KVFileOperations::moveItem(downloadedPath, deploymentPath);
+    }
+}
+
+void KVSectionUpdateRun::announcePlugin(const KVINISection &section, bool firstInstallation)
+{
+    const QStringList parts = section.name().split(QLatin1Char('_'));
+    if (parts.size() != 4) {
+        KVLogError("%@: wrong section title %@", kClassName, section.name());
+        return;
+    }
+    const QVariantMap info{{QStringLiteral("moduleName"), parts[2]},
+                           {QStringLiteral("moduleVersion"), parts[3]},
+                           {QStringLiteral("firstInstallation"), firstInstallation}};
+    KVDispatch::asyncMain([info] { KVNotificationCenter::defaultCenter().post(KVPlugInInstalledNotification, info); });
+}
+// Recorded even when this section's deployment has just failed.
+void KVSectionUpdateRun::recordHistory(const KVINISection &section)
+{
+    const QString latestVersion = section.valueForKey(QStringLiteral("LatestVersion"));
+    if (latestVersion.isNull())
+        return;
+    m_engine.history().insert(section.name(), latestVersion);
+    QDir().mkpath(QFileInfo(m_engine.archive()).absolutePath());
+    (void)KVPropertyList::writeDictionary(m_engine.archive(), m_engine.history());
+}
+
+void KVSectionUpdateRun::complete()
+{
+    m_engine.setUpdating(false);
+    KVDispatch::syncMain([this] {
+        if (m_progressHandler) {
+            const QVariantMap info = m_runError
+                                         ? QVariantMap{{QStringLiteral("error"), QVariant::fromValue(m_runError)}}
+                                         : QVariantMap{{QStringLiteral("message"),
+                                                        KVLocalizedString(QStringLiteral("IDS_INSTALLER_COMPLETE"))}};
+            m_progressHandler(m_fraction, info);
+        }
+        if (m_completionHandler) {
+            QList<KVINISectionPtr> updated = m_runList;
+            for (const KVINISectionPtr &first : std::as_const(m_firstInstallations))
+                updated.removeAll(first);
+            QVariantMap result{{QStringLiteral("sections"), QVariant::fromValue(updated)}};
+            if (m_runError) {
+                result.insert(QStringLiteral("error"), QVariant::fromValue(m_runError));
+                KVLogError("%@ failed to update %@ with error %@", kClassName, updated, m_runError);
+            }
+            m_completionHandler(result, m_runError);
+        }
+    });
+}

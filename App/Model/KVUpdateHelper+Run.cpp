@@ -1,0 +1,11 @@
+#include "App/Model/KVSectionUpdateRun.h"
+#include "App/Model/KVUpdateHelper.h"
+
+void KVUpdateHelper::updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progressHandler,
+                                        KVUpdateCompletionHandler completionHandler)
+{
+    m_queue->async([this, sections, progressHandler = std::move(progressHandler),
+                    completionHandler = std::move(completionHandler)] {
+        KVSectionUpdateRun(*this, sections, progressHandler, completionHandler).run();
+    });
+}
