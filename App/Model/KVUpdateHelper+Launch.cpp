@@ -21,21 +21,23 @@ constexpr qsizetype kProcessNameLength = 15;
 
 // A number's ordinary text: as few digits as read back to the same value, never an exponent,
 // so 300, 0.1 and 1700000000.5.
-template <typename Number> QString ordinaryText(Number value) {
+template <typename Number> QString ordinaryText(Number value)
+{
     char text[400];
-    const std::to_chars_result result =
-        std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
+    const std::to_chars_result result = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
     return QString::fromLatin1(text, result.ptr - text);
 }
 
-QString secondsSince1970(const QDateTime &date) {
+QString secondsSince1970(const QDateTime &date)
+{
     return ordinaryText(double(date.toMSecsSinceEpoch()) / 1000.0);
 }
 
 // What pgrep -x must find once the program runs, as an extended regular expression that matches
 // only that text. Linux names a process after its program file (the bundle's CFBundleExecutable,
 // which is what the bundle's name stands for elsewhere), cut to its first 15 bytes.
-QString processNamePattern(const QString &executablePath) {
+QString processNamePattern(const QString &executablePath)
+{
     static const QString specialCharacters = QStringLiteral(".[]{}()*+?^$|\\");
     const QByteArray name = QFileInfo(executablePath).fileName().toUtf8().left(kProcessNameLength);
     QString pattern;
@@ -48,7 +50,8 @@ QString processNamePattern(const QString &executablePath) {
 }
 } // namespace
 
-void KVUpdateHelper::launchApp() {
+void KVUpdateHelper::launchApp()
+{
     QPointF origin;
     KVDispatch::syncMain([&] {
         if (m_host.windowOrigin)
@@ -70,15 +73,15 @@ void KVUpdateHelper::launchApp() {
     defaults.removeObjectForKey(kUpdateDateKey);
 
     KVLogError("%@ start parameters %@", kClassName, arguments);
-    launchWithBundlePath(KVStandardPaths::applicationsDirectory() + QStringLiteral("/Nestora.app"), arguments,
-                         0);
+    launchWithBundlePath(KVStandardPaths::applicationsDirectory() + QStringLiteral("/Nestora.app"), arguments, 0);
     KVDispatch::syncMain([&] {
         if (m_host.terminate)
             m_host.terminate();
     });
 }
 
-bool KVUpdateHelper::terminateWithBundleId(const QString &bundleIdentifier) {
+bool KVUpdateHelper::terminateWithBundleId(const QString &bundleIdentifier)
+{
     bool delivered = false;
     for (const KVRunningApplication &application :
          KVRunningApplication::runningApplicationsWithBundleIdentifier(bundleIdentifier))
@@ -86,11 +89,13 @@ bool KVUpdateHelper::terminateWithBundleId(const QString &bundleIdentifier) {
     return delivered;
 }
 
-void KVUpdateHelper::launchWithBundlePath(const QString &bundlePath, const QStringList &arguments,
-                                          float after) {
-    // Linux's counterpart of `open "bundle" --args …`: the bundle's program, started in a session
-    // of its own with no input or output. Every word is quoted, so no path or argument can turn
-    // into a command of its own.
+void KVUpdateHelper::launchWithBundlePath(const QString &bundlePath, const QStringList &arguments, float after)
+{
+    // Linux's counterpart of `open "bundle" --args …`: the bundle's program in a session of its
+    // own with no input or output. Like open, it returns only once the program runs (the
+    // background child no longer runs bash or setsid) or has failed to start: otherwise pgrep
+    // could look before the program exists and start a second one. Every word is quoted, so no
+    // path or argument can turn into a command of its own.
     const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(bundlePath);
     const QString executable = bundle ? bundle->executablePath() : QString();
     if (executable.isEmpty()) {
@@ -98,16 +103,17 @@ void KVUpdateHelper::launchWithBundlePath(const QString &bundlePath, const QStri
         return;
     }
     const QString openCommand =
-        QStringLiteral("sleep %1; setsid -f -- %2 </dev/null >/dev/null 2>&1;")
+        QStringLiteral("sleep %1; setsid -- %2 </dev/null >/dev/null 2>&1 & "
+                       "while [ /proc/$!/exe -ef /proc/$$/exe -o /proc/$!/exe -ef \"$(type -P setsid)\" ]; "
+                       "do sleep 0.01; done;")
             .arg(QString::number(after, 'f', 6), KVShellQuoting::joined(QStringList{executable} + arguments));
     // Try until a process of the program's name runs. When one already runs (the installer that
     // is about to end, say), the first attempt is the only one. Linux's pgrep has no -q, so its
     // list of matches goes to /dev/null instead.
-    const QString script =
-        QStringLiteral("PROCESS=%1 \n for i in {0..%2}; do \n %3 \n"
-                       " if pgrep -x -- \"$PROCESS\" >/dev/null; then \n break \n fi \n done")
-            .arg(KVShellQuoting::quoted(processNamePattern(executable)), QString::number(kLastLaunchAttempt),
-                 openCommand);
+    const QString script = QStringLiteral("PROCESS=%1 \n for i in {0..%2}; do \n %3 \n"
+                                          " if pgrep -x -- \"$PROCESS\" >/dev/null; then \n break \n fi \n done")
+                               .arg(KVShellQuoting::quoted(processNamePattern(executable)),
+                                    QString::number(kLastLaunchAttempt), openCommand);
     KVSystemLog::write(QStringLiteral("Command:%1").arg(script));
 
     KVError error;

@@ -5,6 +5,7 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -16,12 +17,14 @@
 #include <sys/wait.h>
 
 namespace {
-QByteArray processFile(qint64 processIdentifier, const char *name) {
+QByteArray processFile(qint64 processIdentifier, const char *name)
+{
     QFile file(QStringLiteral("/proc/%1/%2").arg(processIdentifier).arg(QLatin1String(name)));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-QList<qint64> processIdentifiers() {
+QList<qint64> processIdentifiers()
+{
     QList<qint64> identifiers;
     for (const QString &entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         bool isNumber = false;
@@ -32,15 +35,21 @@ QList<qint64> processIdentifiers() {
     return identifiers;
 }
 
-// Processes whose command line or program mentions the sandbox.
-QList<qint64> sandboxProcesses(bool scriptsOnly) {
+enum class SandboxProcess { Launcher, Instance };
+
+// Processes of the sandbox: launchers (the scripts and the programs they run, such as setsid,
+// before they become the application) mention it on their command line; instances run a program
+// that lies in it.
+QList<qint64> sandboxProcesses(SandboxProcess kind)
+{
     const QByteArray root = QFile::encodeName(KVTestSandbox::current().root());
     QList<qint64> found;
     for (const qint64 identifier : processIdentifiers()) {
-        const QString program = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(identifier));
-        const bool isScript =
-            program.endsWith(QLatin1String("/bash")) && processFile(identifier, "cmdline").contains(root);
-        if (isScript || (!scriptsOnly && QFile::encodeName(program).startsWith(root)))
+        const QByteArray program =
+            QFile::encodeName(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(identifier)));
+        const bool isInstance = program.startsWith(root);
+        const bool isLauncher = !isInstance && processFile(identifier, "cmdline").contains(root);
+        if (kind == SandboxProcess::Instance ? isInstance : isLauncher)
             found << identifier;
     }
     return found;
@@ -48,19 +57,21 @@ QList<qint64> sandboxProcesses(bool scriptsOnly) {
 } // namespace
 
 KVTestCompanion::KVTestCompanion()
-    : m_recordPath(KVTestSandbox::current().root() + QStringLiteral("/companion-launches.jsonl")) {
+    : m_recordPath(KVTestSandbox::current().root() + QStringLiteral("/companion-launches.jsonl"))
+{
     // Launched instances leave their short-lived parents behind; adopting them lets stopAll()
     // collect them instead of leaving zombies whose names pgrep would still find.
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     qputenv("NESTORA_COMPANION_RECORD", QFile::encodeName(m_recordPath));
 }
 
-QString KVTestCompanion::builtBundlePath() {
+QString KVTestCompanion::builtBundlePath()
+{
     return QStringLiteral(NESTORA_BUILD_DIR "/companion/Nestora.app");
 }
 
-bool KVTestCompanion::install(const QString &bundlePath, const QString &executableName,
-                              const QString &bundleIdentifier) {
+bool KVTestCompanion::install(const QString &bundlePath, const QString &executableName, const QString &bundleIdentifier)
+{
     QDir().mkpath(QFileInfo(bundlePath).path());
     if (QProcess::execute(QStringLiteral("cp"), {QStringLiteral("-R"), builtBundlePath(), bundlePath}) != 0)
         return false;
@@ -78,7 +89,8 @@ bool KVTestCompanion::install(const QString &bundlePath, const QString &executab
     return KVPropertyList::writeDictionary(infoPath, info);
 }
 
-QList<KVTestCompanion::Start> KVTestCompanion::starts() const {
+QList<KVTestCompanion::Start> KVTestCompanion::starts() const
+{
     QList<Start> starts;
     QFile record(m_recordPath);
     if (!record.open(QIODevice::ReadOnly))
@@ -95,9 +107,10 @@ QList<KVTestCompanion::Start> KVTestCompanion::starts() const {
     return starts;
 }
 
-bool KVTestCompanion::waitForLaunchScripts(int timeoutMilliseconds) {
+bool KVTestCompanion::waitForLaunchScripts(int timeoutMilliseconds)
+{
     const QDeadlineTimer deadline(timeoutMilliseconds);
-    while (!sandboxProcesses(true).isEmpty()) {
+    while (!sandboxProcesses(SandboxProcess::Launcher).isEmpty()) {
         if (deadline.hasExpired())
             return false;
         QThread::msleep(20);
@@ -105,17 +118,38 @@ bool KVTestCompanion::waitForLaunchScripts(int timeoutMilliseconds) {
     return true;
 }
 
-bool KVTestCompanion::isRunning(qint64 processIdentifier) {
+std::optional<QList<KVTestCompanion::Start>> KVTestCompanion::settledStarts(int timeoutMilliseconds) const
+{
+    // Nothing announces the last start of a script, and a process is briefly neither launcher nor
+    // instance while it replaces its program, so the state must hold for a while to count.
+    constexpr qint64 kQuietMilliseconds = 300;
+    const QDeadlineTimer deadline(timeoutMilliseconds);
+    QElapsedTimer quiet;
+    quiet.start();
+    while (!quiet.hasExpired(kQuietMilliseconds)) {
+        if (deadline.hasExpired())
+            return std::nullopt;
+        if (!sandboxProcesses(SandboxProcess::Launcher).isEmpty() ||
+            starts().size() < sandboxProcesses(SandboxProcess::Instance).size())
+            quiet.restart();
+        QThread::msleep(20);
+    }
+    return starts();
+}
+
+bool KVTestCompanion::isRunning(qint64 processIdentifier)
+{
     // A killed process that nobody collected yet is a zombie: "Z" in its stat line.
     const QByteArray stat = processFile(processIdentifier, "stat");
     const qsizetype end = stat.lastIndexOf(')');
     return end > 0 && stat.mid(end + 2, 1) != "Z";
 }
 
-void KVTestCompanion::stopAll() {
+void KVTestCompanion::stopAll()
+{
     if (!waitForLaunchScripts())
         qWarning("launch scripts still running at clean-up");
-    const QList<qint64> running = sandboxProcesses(false);
+    const QList<qint64> running = sandboxProcesses(SandboxProcess::Instance);
     for (const qint64 identifier : running)
         ::kill(pid_t(identifier), SIGKILL);
     for (const qint64 identifier : running)

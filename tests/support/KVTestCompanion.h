@@ -3,13 +3,17 @@
 #include <QList>
 #include <QStringList>
 
+#include <optional>
+
 // The sample companion application (tools/companion) as tests use it: copies of the built bundle
 // in the sandbox, the starts its instances recorded, and clean-up that stops every instance and
 // launch script the test caused. Create one per test process, before launching anything: the test
 // process then adopts the orphaned instances, so that it can collect them after killing them.
-class KVTestCompanion {
+class KVTestCompanion
+{
 public:
-    struct Start {
+    struct Start
+    {
         qint64 processIdentifier = 0;
         QStringList arguments;
     };
@@ -28,6 +32,9 @@ public:
     QList<Start> starts() const;
     // Waits until no launch script that mentions the sandbox is running.
     [[nodiscard]] static bool waitForLaunchScripts(int timeoutMilliseconds = 30000);
+    // Waits for the launch scripts and then for every instance they started to record its start
+    // (a script may end before the program it started has got that far). Empty on time-out.
+    [[nodiscard]] std::optional<QList<Start>> settledStarts(int timeoutMilliseconds = 30000) const;
     static bool isRunning(qint64 processIdentifier);
 
     // Waits for the launch scripts, kills every process whose program lies in the sandbox,
