@@ -17,7 +17,8 @@ using namespace std::chrono_literals;
 namespace {
 
 // The outcome of one download as its callbacks reported it.
-struct DownloadResult {
+struct DownloadResult
+{
     bool finished = false;
     QString path;
     KVError error;
@@ -25,7 +26,8 @@ struct DownloadResult {
     bool everyCallbackOnMainThread = true;
 };
 
-std::shared_ptr<DownloadResult> startDownload(const QUrl &url, const QString &destination) {
+std::shared_ptr<DownloadResult> startDownload(const QUrl &url, const QString &destination)
+{
     auto result = std::make_shared<DownloadResult>();
     KVUpdateHelper::downloadURL(
         url.toString(), destination,
@@ -42,14 +44,16 @@ std::shared_ptr<DownloadResult> startDownload(const QUrl &url, const QString &de
     return result;
 }
 
-QByteArray patternedBody(qsizetype size) {
+QByteArray patternedBody(qsizetype size)
+{
     QByteArray body(size, Qt::Uninitialized);
     for (qsizetype i = 0; i < size; ++i)
         body[i] = char((i * 7 + i / 251) & 0xff);
     return body;
 }
 
-QStringList filesIn(const QString &folder) {
+QStringList filesIn(const QString &folder)
+{
     return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
 }
 
@@ -61,13 +65,15 @@ protected:
     qint64 writeData(const char *, qint64) override { return -1; }
 };
 
-QString md5Of(const QByteArray &data) {
+QString md5Of(const QByteArray &data)
+{
     return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Md5).toHex());
 }
 
 } // namespace
 
-class DownloadTest : public QObject {
+class DownloadTest : public QObject
+{
     Q_OBJECT
 
 private slots:
@@ -90,7 +96,8 @@ private slots:
     void verificationSwitchIsReadOnEveryCall();
 };
 
-void DownloadTest::downloadsIntoTheDestination_data() {
+void DownloadTest::downloadsIntoTheDestination_data()
+{
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<qsizetype>("chunkSize");
     QTest::addColumn<bool>("redirected");
@@ -100,17 +107,16 @@ void DownloadTest::downloadsIntoTheDestination_data() {
     QTest::newRow("behind a redirect") << patternedBody(70000) << qsizetype(0) << true;
 }
 
-void DownloadTest::downloadsIntoTheDestination() {
+void DownloadTest::downloadsIntoTheDestination()
+{
     QFETCH(QByteArray, body);
     QFETCH(qsizetype, chunkSize);
     QFETCH(bool, redirected);
 
     KVTestHttpServer server;
-    server.setResponse(QStringLiteral("/file.zip"),
-                       {200, body, {}, KVTestHttpServer::Behaviour::Answer, chunkSize});
+    server.setResponse(QStringLiteral("/file.zip"), {200, body, {}, KVTestHttpServer::Behaviour::Answer, chunkSize});
     server.setRedirect(QStringLiteral("/moved.zip"), server.url(QStringLiteral("/file.zip")));
-    const QString destination =
-        KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/download.zip");
+    const QString destination = KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/download.zip");
 
     KVLogCapture log;
     const QUrl url = server.url(redirected ? QStringLiteral("/moved.zip") : QStringLiteral("/file.zip"));
@@ -122,8 +128,7 @@ void DownloadTest::downloadsIntoTheDestination() {
     QFile file(destination);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QVERIFY(file.readAll() == body);
-    QCOMPARE(filesIn(KVTestSandbox::current().temporaryDirectory()),
-             QStringList{QStringLiteral("download.zip")});
+    QCOMPARE(filesIn(KVTestSandbox::current().temporaryDirectory()), QStringList{QStringLiteral("download.zip")});
     QVERIFY(result->everyCallbackOnMainThread);
 
     // Reports grow to the whole body and agree on its total.
@@ -142,11 +147,11 @@ void DownloadTest::downloadsIntoTheDestination() {
         QVERIFY2(result->progress.size() >= 2, qPrintable(QString::number(result->progress.size())));
 
     QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will download url %1").arg(url.toString())));
-    QVERIFY(
-        log.contains(QStringLiteral("KVUpdateHelper did download url %1, error (null)").arg(url.toString())));
+    QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did download url %1, error (null)").arg(url.toString())));
 }
 
-void DownloadTest::failedDownloadLeavesNoFile_data() {
+void DownloadTest::failedDownloadLeavesNoFile_data()
+{
     QTest::addColumn<KVTestHttpServer::Response>("response");
     QTest::addColumn<qint64>("code");
 
@@ -154,13 +159,13 @@ void DownloadTest::failedDownloadLeavesNoFile_data() {
     QTest::newRow("404") << KVTestHttpServer::Response{404, "no such file", {}, {}, 0} << qint64(-1011);
     QTest::newRow("500") << KVTestHttpServer::Response{500, "server broke", {}, {}, 0} << qint64(-1011);
     QTest::newRow("dropped halfway")
-        << KVTestHttpServer::Response{200, body, {}, KVTestHttpServer::Behaviour::DropHalfway, 0}
-        << qint64(-1005);
-    QTest::newRow("stalled")
-        << KVTestHttpServer::Response{200, body, {}, KVTestHttpServer::Behaviour::Stall, 0} << qint64(-1001);
+        << KVTestHttpServer::Response{200, body, {}, KVTestHttpServer::Behaviour::DropHalfway, 0} << qint64(-1005);
+    QTest::newRow("stalled") << KVTestHttpServer::Response{200, body, {}, KVTestHttpServer::Behaviour::Stall, 0}
+                             << qint64(-1001);
 }
 
-void DownloadTest::failedDownloadLeavesNoFile() {
+void DownloadTest::failedDownloadLeavesNoFile()
+{
     QFETCH(KVTestHttpServer::Response, response);
     QFETCH(qint64, code);
 
@@ -170,8 +175,7 @@ void DownloadTest::failedDownloadLeavesNoFile() {
     const QString folder = KVTestSandbox::current().temporaryDirectory();
 
     KVLogCapture log;
-    const auto result =
-        startDownload(server.url(QStringLiteral("/file.zip")), folder + QStringLiteral("/file.zip"));
+    const auto result = startDownload(server.url(QStringLiteral("/file.zip")), folder + QStringLiteral("/file.zip"));
     QTRY_VERIFY_WITH_TIMEOUT(result->finished, 20000);
 
     QVERIFY2(result->error.domain() == KVURLErrorDomain && result->error.code() == code,
@@ -179,12 +183,12 @@ void DownloadTest::failedDownloadLeavesNoFile() {
     QVERIFY(result->path.isEmpty());
     QCOMPARE(filesIn(folder), QStringList()); // neither the file nor a temporary part of it
     QVERIFY(result->everyCallbackOnMainThread);
-    QVERIFY(log.contains(
-        QStringLiteral("KVUpdateHelper did download url %1, error %2")
-            .arg(server.url(QStringLiteral("/file.zip")).toString(), result->error.description())));
+    QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did download url %1, error %2")
+                             .arg(server.url(QStringLiteral("/file.zip")).toString(), result->error.description())));
 }
 
-void DownloadTest::downloadWithoutDestinationGoesToTheTemporaryFolder() {
+void DownloadTest::downloadWithoutDestinationGoesToTheTemporaryFolder()
+{
     KVTestHttpServer server;
     server.setFile(QStringLiteral("/data.json"), "{}");
 
@@ -200,11 +204,11 @@ void DownloadTest::downloadWithoutDestinationGoesToTheTemporaryFolder() {
     QCOMPARE(file.size(), 2);
 }
 
-void DownloadTest::engineQueueWaitsWhileCallbacksRunOnTheMainThread() {
+void DownloadTest::engineQueueWaitsWhileCallbacksRunOnTheMainThread()
+{
     KVTestHttpServer server;
     const QByteArray body = patternedBody(500000);
-    server.setResponse(QStringLiteral("/app.zip"),
-                       {200, body, {}, KVTestHttpServer::Behaviour::Answer, 64 * 1024});
+    server.setResponse(QStringLiteral("/app.zip"), {200, body, {}, KVTestHttpServer::Behaviour::Answer, 64 * 1024});
     const QString destination = KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/app.zip");
 
     // The way the update run uses the primitive: start it on the queue and block the queue on a
@@ -231,7 +235,8 @@ void DownloadTest::engineQueueWaitsWhileCallbacksRunOnTheMainThread() {
     QCOMPARE(QFileInfo(destination).size(), body.size());
 }
 
-void DownloadTest::fullDiskFailsWithoutPartialFile() {
+void DownloadTest::fullDiskFailsWithoutPartialFile()
+{
     const QString folder = KVTestSandbox::current().root() + QStringLiteral("/small-disk");
     QVERIFY(QDir().mkpath(folder));
     const auto disk = KVTestMount::tmpfs(folder, 512 * 1024);
@@ -239,11 +244,9 @@ void DownloadTest::fullDiskFailsWithoutPartialFile() {
         QSKIP("mounting a small file system needs root");
 
     KVTestHttpServer server;
-    server.setResponse(
-        QStringLiteral("/big.zip"),
-        {200, patternedBody(2 * 1024 * 1024), {}, KVTestHttpServer::Behaviour::Answer, 128 * 1024});
-    const auto result =
-        startDownload(server.url(QStringLiteral("/big.zip")), folder + QStringLiteral("/big.zip"));
+    server.setResponse(QStringLiteral("/big.zip"),
+                       {200, patternedBody(2 * 1024 * 1024), {}, KVTestHttpServer::Behaviour::Answer, 128 * 1024});
+    const auto result = startDownload(server.url(QStringLiteral("/big.zip")), folder + QStringLiteral("/big.zip"));
     QTRY_VERIFY_WITH_TIMEOUT(result->finished, 20000);
 
     QCOMPARE(result->error.domain(), KVCocoaErrorDomain);
@@ -251,24 +254,24 @@ void DownloadTest::fullDiskFailsWithoutPartialFile() {
     QCOMPARE(filesIn(folder), QStringList());
 }
 
-void DownloadTest::md5OfHandle_data() {
+void DownloadTest::md5OfHandle_data()
+{
     QTest::addColumn<QByteArray>("contents");
     QTest::addColumn<qint64>("position");
     QTest::addColumn<QString>("digest");
 
     const QByteArray large = patternedBody(12 * 1024 * 1024 + 5); // more than two 5 MiB chunks
     QTest::newRow("empty") << QByteArray() << qint64(0) << QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
-    QTest::newRow("abc") << QByteArray("abc") << qint64(0)
-                         << QStringLiteral("900150983cd24fb0d6963f7d28e17f72");
+    QTest::newRow("abc") << QByteArray("abc") << qint64(0) << QStringLiteral("900150983cd24fb0d6963f7d28e17f72");
     QTest::newRow("from an offset") << QByteArray("skip this:abc") << qint64(10)
                                     << QStringLiteral("900150983cd24fb0d6963f7d28e17f72");
-    QTest::newRow("at the end") << QByteArray("abc") << qint64(3)
-                                << QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
+    QTest::newRow("at the end") << QByteArray("abc") << qint64(3) << QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
     QTest::newRow("several chunks") << large << qint64(0) << md5Of(large);
     QTest::newRow("several chunks from an offset") << large << qint64(4242) << md5Of(large.mid(4242));
 }
 
-void DownloadTest::md5OfHandle() {
+void DownloadTest::md5OfHandle()
+{
     QFETCH(QByteArray, contents);
     QFETCH(qint64, position);
     QFETCH(QString, digest);
@@ -285,38 +288,40 @@ void DownloadTest::md5OfHandle() {
     QCOMPARE(file.pos(), contents.size());
 }
 
-void DownloadTest::md5OfMissingHandleIsNull() {
+void DownloadTest::md5OfMissingHandleIsNull()
+{
     QVERIFY(KVFileHandle::md5Value(nullptr).isNull());
     UnreadableDevice unreadable;
     QVERIFY(unreadable.open(QIODevice::ReadOnly));
     QVERIFY(KVFileHandle::md5Value(&unreadable).isNull());
 }
 
-void DownloadTest::digestComparison_data() {
+void DownloadTest::digestComparison_data()
+{
     QTest::addColumn<QByteArray>("contents");
     QTest::addColumn<QString>("manifestLine");
     QTest::addColumn<bool>("readable");
     QTest::addColumn<bool>("matches");
 
-    QTest::newRow("same digest") << QByteArray() << QStringLiteral("MD5=d41d8cd98f00b204e9800998ecf8427e")
-                                 << true << true;
-    QTest::newRow("upper case digest")
-        << QByteArray() << QStringLiteral("MD5=D41D8CD98F00B204E9800998ECF8427E") << true << false;
-    QTest::newRow("other digest") << QByteArray("x") << QStringLiteral("MD5=d41d8cd98f00b204e9800998ecf8427e")
-                                  << true << false;
+    QTest::newRow("same digest") << QByteArray() << QStringLiteral("MD5=d41d8cd98f00b204e9800998ecf8427e") << true
+                                 << true;
+    QTest::newRow("upper case digest") << QByteArray() << QStringLiteral("MD5=D41D8CD98F00B204E9800998ECF8427E") << true
+                                       << false;
+    QTest::newRow("other digest") << QByteArray("x") << QStringLiteral("MD5=d41d8cd98f00b204e9800998ecf8427e") << true
+                                  << false;
     QTest::newRow("no digest") << QByteArray() << QStringLiteral("Bytes=0") << true << false;
-    QTest::newRow("file missing") << QByteArray() << QStringLiteral("MD5=d41d8cd98f00b204e9800998ecf8427e")
-                                  << false << false;
+    QTest::newRow("file missing") << QByteArray() << QStringLiteral("MD5=d41d8cd98f00b204e9800998ecf8427e") << false
+                                  << false;
 }
 
-void DownloadTest::digestComparison() {
+void DownloadTest::digestComparison()
+{
     QFETCH(QByteArray, contents);
     QFETCH(QString, manifestLine);
     QFETCH(bool, readable);
     QFETCH(bool, matches);
 
-    const QString path =
-        KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/keldran-vexa-app.zip");
+    const QString path = KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/keldran-vexa-app.zip");
     if (readable) {
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -329,7 +334,8 @@ void DownloadTest::digestComparison() {
     QCOMPARE(engine.fileMatchesDigestOfSection(path, *manifest.sections().first()), matches);
 }
 
-void DownloadTest::verificationSwitchIsReadOnEveryCall() {
+void DownloadTest::verificationSwitchIsReadOnEveryCall()
+{
     const KVUpdateHelper engine(QUrl(QStringLiteral("http://127.0.0.1:9/manifest.ini")));
     const QString key = QStringLiteral("LiveUpdateMD5VerificationDisabled");
     KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();

@@ -19,7 +19,8 @@ class QNetworkReply;
 // full disk). Redirects are followed unless they lead to a less safe scheme; the system's proxy
 // settings apply; no cache is read or written; a transfer that receives nothing for
 // KVUpdateHelper::networkTimeout() fails.
-class KVDownloadTask : public QObject {
+class KVDownloadTask : public QObject
+{
     Q_OBJECT
 public:
     // Both called on the main thread; either may be empty.
@@ -33,8 +34,7 @@ public:
                       CompletionHandler completion);
 
 private:
-    KVDownloadTask(const QUrl &url, const QString &destination, ProgressHandler progress,
-                   CompletionHandler completion);
+    KVDownloadTask(const QUrl &url, const QString &destination, ProgressHandler progress, CompletionHandler completion);
 
     bool hasSuccessStatus() const;
     bool isShorterThanAnnounced() const;

@@ -12,13 +12,13 @@ namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
 }
 
-void KVUpdateHelper::downloadURL(
-    const QString &url, const QString &destination, std::function<void(const KVTransferProgress &)> progress,
-    std::function<void(const QString &path, const KVError &error)> completionHandler) {
+void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
+                                 std::function<void(const KVTransferProgress &)> progress,
+                                 std::function<void(const QString &path, const KVError &error)> completionHandler)
+{
     KVLogVerbose("%@ will download url %@", kClassName, url);
-    const QString target = destination.isEmpty()
-                               ? KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + KVUUIDString()
-                               : destination;
+    const QString target =
+        destination.isEmpty() ? KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + KVUUIDString() : destination;
     auto completion = [url, completionHandler = std::move(completionHandler)](const QString &path,
                                                                               const KVError &error) {
         KVLogVerbose("%@ did download url %@, error %@", kClassName, url, error);
@@ -32,12 +32,13 @@ void KVUpdateHelper::downloadURL(
     });
 }
 
-bool KVUpdateHelper::shouldVerifyMD5() const {
-    return !KVUserDefaults::standardUserDefaults().boolForKey(
-        QStringLiteral("LiveUpdateMD5VerificationDisabled"));
+bool KVUpdateHelper::shouldVerifyMD5() const
+{
+    return !KVUserDefaults::standardUserDefaults().boolForKey(QStringLiteral("LiveUpdateMD5VerificationDisabled"));
 }
 
-bool KVUpdateHelper::fileMatchesDigestOfSection(const QString &path, const KVINISection &section) const {
+bool KVUpdateHelper::fileMatchesDigestOfSection(const QString &path, const KVINISection &section) const
+{
     const QString expected = section.valueForKey(QStringLiteral("MD5"));
     QFile file(path);
     const QString actual = KVFileHandle::md5Value(file.open(QIODevice::ReadOnly) ? &file : nullptr);

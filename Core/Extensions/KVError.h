@@ -19,6 +19,7 @@ inline const QString KVFilePathErrorKey = QStringLiteral("NSFilePath");
 enum KVCocoaErrorCode : qint64 {
     KVFileNoSuchFileError = 4,
     KVFileReadUnknownError = 256,
+    KVFileReadCorruptFileError = 259,
     KVFileWriteUnknownError = 512,
     KVFileWriteNoPermissionError = 513,
     KVFileWriteOutOfSpaceError = 640,

@@ -5,7 +5,8 @@
 
 namespace KVFileHandle {
 
-QString md5Value(QIODevice *fileHandle) {
+QString md5Value(QIODevice *fileHandle)
+{
     if (!fileHandle)
         return {};
     constexpr qint64 chunkSize = 0x500000;

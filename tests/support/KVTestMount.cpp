@@ -3,7 +3,8 @@
 #include <QFile>
 #include <sys/mount.h>
 
-std::unique_ptr<KVTestMount> KVTestMount::tmpfs(const QString &folder, qint64 sizeInBytes) {
+std::unique_ptr<KVTestMount> KVTestMount::tmpfs(const QString &folder, qint64 sizeInBytes)
+{
     const QByteArray target = QFile::encodeName(folder);
     const QByteArray options = "size=" + QByteArray::number(sizeInBytes);
     if (::mount("tmpfs", target.constData(), "tmpfs", 0, options.constData()) != 0)
@@ -11,7 +12,8 @@ std::unique_ptr<KVTestMount> KVTestMount::tmpfs(const QString &folder, qint64 si
     return std::unique_ptr<KVTestMount>(new KVTestMount(folder));
 }
 
-std::unique_ptr<KVTestMount> KVTestMount::readOnly(const QString &folder) {
+std::unique_ptr<KVTestMount> KVTestMount::readOnly(const QString &folder)
+{
     const QByteArray target = QFile::encodeName(folder);
     if (::mount(target.constData(), target.constData(), nullptr, MS_BIND, nullptr) != 0)
         return nullptr;
@@ -22,7 +24,8 @@ std::unique_ptr<KVTestMount> KVTestMount::readOnly(const QString &folder) {
     return mount;
 }
 
-KVTestMount::~KVTestMount() {
+KVTestMount::~KVTestMount()
+{
     // Lazily, so that an open file left behind by a failing test cannot keep the mount alive;
     // a mount already lifted by the test itself makes this a no-op.
     ::umount2(QFile::encodeName(m_folder).constData(), MNT_DETACH);

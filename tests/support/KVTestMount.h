@@ -6,7 +6,8 @@
 // A mount for tests that need a full disk, a second file system or a read-only folder: a small
 // tmpfs, or a read-only bind mount of a folder onto itself. Mounting needs root; where it fails
 // the factories return null and the test skips. Unmounts when destroyed.
-class KVTestMount {
+class KVTestMount
+{
 public:
     // A tmpfs of the given size on the folder, which must exist.
     static std::unique_ptr<KVTestMount> tmpfs(const QString &folder, qint64 sizeInBytes);
@@ -21,7 +22,8 @@ public:
 
 private:
     explicit KVTestMount(QString folder)
-        : m_folder(std::move(folder)) {}
+        : m_folder(std::move(folder))
+    {}
 
     QString m_folder;
 };

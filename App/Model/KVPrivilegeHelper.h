@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// Runs a script as root behind the desktop's own authentication prompt (polkit's pkexec), for the
+// one deployment that the user's own rights cannot do: replacing the application in a folder the
+// user may not write.
+class KVPrivilegeHelper
+{
+public:
+    // Runs the command line "'scriptPath' arguments..." with /bin/sh as root. The arguments must
+    // already be quoted for the shell (see shellQuoted). Answers true with the command's standard
+    // output in *output when it succeeded. Otherwise answers false with *errorDescription set to
+    // "The administrator password is required to do this." when the prompt was dismissed, else
+    // the command's error output, or null when it wrote none; *output is then left untouched.
+    // Blocks until the prompt is answered and the command has ended. Thread: the engine's queue
+    // (never the main thread while the installer's window is up).
+    [[nodiscard]] static bool runProcessAsAdministrator(const QString &scriptPath, const QStringList &arguments,
+                                                        QString *output, QString *errorDescription);
+
+    // The text in single quotes, so that the shell reads it back exactly whatever it contains
+    // (quotes, blanks, $, ;, newlines): each ' becomes '\''.
+    static QString shellQuoted(const QString &text);
+
+    // The program that elevates: the one set with setElevator(), else $NESTORA_ELEVATOR, else
+    // "pkexec". Tests substitute a stand-in that runs the command without elevation.
+    static QString elevator();
+    // An empty program restores the default. Thread: any.
+    static void setElevator(const QString &program);
+};

@@ -1,0 +1,183 @@
+#include "App/Model/KVPrivilegeHelper.h"
+#include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVUUID.h"
+#include "Core/Logging/KVLog.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVFileOperations.h"
+#include "Platform/KVPropertyList.h"
+#include "Platform/KVStandardPaths.h"
+#include "Platform/KVUnzip.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const QString kClassName = QStringLiteral("KVUpdateHelper");
+const QString kInstallerVendorKey = QStringLiteral("installer_vendor");
+const QString kInstallerVendor = QStringLiteral("Keldran");
+
+void setError(KVError *error, const KVError &value)
+{
+    if (error)
+        *error = value;
+}
+
+// The full paths of the folder's entries, in the order the file system lists them.
+std::optional<QStringList> entriesOfFolder(const QString &folder, KVError *error)
+{
+    std::error_code code;
+    fs::directory_iterator entries(fs::path(QFile::encodeName(folder).toStdString()), code);
+    QStringList paths;
+    for (; !code && entries != fs::directory_iterator(); entries.increment(code))
+        paths << folder + QLatin1Char('/') + QFile::decodeName(entries->path().filename().c_str());
+    if (code) {
+        setError(error, KVError::fromErrno(code.value(), folder));
+        return std::nullopt;
+    }
+    return paths;
+}
+
+// Makes sure the installer settings name the vendor; the file is written only when they do not.
+void recordInstallerVendor()
+{
+    const QString path =
+        KVStandardPaths::applicationSupportDirectory() + QStringLiteral("/Nestora/InstallerSettings.plist");
+    QVariantMap settings = KVPropertyList::readDictionary(path);
+    const QVariant vendor = settings.value(kInstallerVendorKey);
+    if (vendor.metaType() == QMetaType::fromType<QString>() && vendor.toString() == kInstallerVendor)
+        return;
+    settings.insert(kInstallerVendorKey, kInstallerVendor);
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    [[maybe_unused]] const bool written = KVPropertyList::writeDictionary(path, settings); // best effort
+}
+
+// Replaces the application through "Install.sh" as root. Every argument is quoted so that the
+// shell reads it back exactly: the unpacked item's name comes from a downloaded archive and must
+// never be able to run a command of its own.
+KVError deployAppWithPrivilege(const QStringList &items, const QString &destination)
+{
+    const QString script = KVBundle::mainBundle().resourcePath() + QStringLiteral("/Install.sh");
+    const QStringList arguments{KVPrivilegeHelper::shellQuoted(destination),
+                                KVPrivilegeHelper::shellQuoted(items.value(0)),
+                                KVPrivilegeHelper::shellQuoted(QFileInfo(destination).absolutePath())};
+    QString output;
+    QString errorDescription;
+    if (KVPrivilegeHelper::runProcessAsAdministrator(script, arguments, &output, &errorDescription))
+        return {};
+    return KVError(QString(), -1,
+                   {{QStringLiteral("output"), output},
+                    {KVLocalizedDescriptionKey, errorDescription.isNull() ? QStringLiteral("") : errorDescription}});
+}
+
+} // namespace
+
+std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVError *error)
+{
+    const QString folder = KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + KVUUIDString();
+    std::error_code code;
+    fs::create_directories(fs::path(QFile::encodeName(folder).toStdString()), code);
+    if (code) {
+        setError(error, KVError::fromErrno(code.value(), folder));
+        return std::nullopt;
+    }
+    // A failed unpacking yields nothing at all: half an application must never be deployed.
+    if (const KVError unzipError = KVUnzip::extractArchive(archivePath, folder)) {
+        KVLogError("%s: failed to unzip %@ with error %@", __func__, archivePath, unzipError);
+        [[maybe_unused]] const KVError ignored = KVFileOperations::removeItem(folder);
+        setError(error, unzipError);
+        return std::nullopt;
+    }
+    std::optional<QStringList> items = entriesOfFolder(folder, error);
+    if (items)
+        items->removeIf([](const QString &path) { return QFileInfo(path).fileName() == QLatin1String("__MACOSX"); });
+    return items;
+}
+
+bool KVUpdateHelper::deploy(const QStringList &items, const QString &destination, KVError *error)
+{
+    if (!KVFileOperations::itemExists(destination)) {
+        std::error_code code;
+        fs::create_directories(fs::path(QFile::encodeName(destination).toStdString()), code);
+        if (code) {
+            const KVError createError = KVError::fromErrno(code.value(), destination);
+            KVLogError("Failed to create directory at path:%@ with error:%@", destination, createError);
+            setError(error, createError);
+            return true;
+        }
+    }
+    // Each item replaces the destination itself, so of several items the last one stays.
+    for (const QString &item : items) {
+        if (const KVError replaceError = KVFileOperations::replaceItem(destination, item)) {
+            KVLogError("Failed to replaceItemAtPath:%@ withItemAtPath:%@ with error:%@", destination, item,
+                       replaceError);
+            setError(error, replaceError);
+            return true;
+        }
+    }
+    return true;
+}
+
+void KVUpdateHelper::deployApp(const QStringList &items, const QString &destination, KVError *error)
+{
+    KVLogInfo("%@ will deploy app to %@", kClassName, destination);
+    KVError deployError;
+    deploy(items, destination, &deployError);
+    if (deployError) {
+        KVLogError("%@ failed to do normal deployment, error %@", kClassName, deployError);
+        if (deployError.domain() == KVCocoaErrorDomain && deployError.code() == KVFileWriteNoPermissionError) {
+            KVLogInfo("%@ will deploy app to %@ with privilege", kClassName, destination);
+            deployError = deployAppWithPrivilege(items, destination);
+        }
+    }
+    if (deployError) {
+        setError(error, deployError);
+        KVLogError("%@ failed to deploy app to %@, error %@.", kClassName, destination, deployError);
+        return;
+    }
+    KVLogInfo("%@ did deploy app to %@.", kClassName, destination);
+    recordInstallerVendor();
+}
+
+bool KVUpdateHelper::deployInstaller(const QString &newBundle, const QString &runningBundle, KVError *error)
+{
+    KVLogInfo("deployInstaller from %@ to path:%@", newBundle, runningBundle);
+    // The new bundle first moves beside the running one, onto the volume of its final place.
+    const QFileInfo running(runningBundle);
+    const QString temporaryPath =
+        running.absolutePath() + QStringLiteral("/.%1_%2").arg(KVUUIDString(), running.fileName());
+
+    KVError outcome;
+    if (KVFileOperations::itemExists(temporaryPath)) {
+        outcome = KVFileOperations::removeItem(temporaryPath);
+        if (outcome)
+            KVLogError("Failed to remove temp item at path:%@ with error:%@", temporaryPath, outcome);
+    }
+    if (!outcome)
+        outcome = KVFileOperations::moveItem(newBundle, temporaryPath);
+    if (outcome) {
+        KVLogError("Failed to move item at path:%@ to path:%@ with error:%@", newBundle, temporaryPath, outcome);
+        setError(error, outcome);
+        return true;
+    }
+
+    outcome = KVFileOperations::replaceItem(runningBundle, temporaryPath);
+    if (outcome)
+        KVLogError("Failed to replaceItemAtPath:%@ withItemAtPath:%@ with error:%@", runningBundle, temporaryPath,
+                   outcome);
+
+    if (KVFileOperations::itemExists(temporaryPath)) {
+        if (const KVError removeError = KVFileOperations::removeItem(temporaryPath))
+            outcome = removeError;
+        if (outcome)
+            KVLogError("Failed to remove item at path:%@ with error:%@", runningBundle, outcome);
+    } else {
+        KVLogInfo("temp path is not existed!");
+    }
+    setError(error, outcome);
+    return true;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Core/Extensions/KVError.h"
+
+#include <QString>
+
+// File-system operations that never leave a half-done result under a final name: an atomic
+// replace, a move that also works across file systems, and a recursive removal. Failures are
+// Cocoa-domain errors built from errno (513 for a missing permission, 640 for a full disk).
+namespace KVFileOperations {
+
+// Puts newItem in destination's place, so that at every instant the destination holds either the
+// complete old item or the complete new one, then deletes the old item. newItem is consumed. A
+// missing destination is simply created by the move. When newItem lies on another file system it
+// is first copied beside the destination; a copy that fails (a full disk) is removed again and the
+// destination is left as it was.
+[[nodiscard]] KVError replaceItem(const QString &destination, const QString &newItem);
+
+// Moves source to destination, which must not exist yet. Across file systems the item is copied
+// to a hidden sibling of the destination first and renamed into place when complete.
+[[nodiscard]] KVError moveItem(const QString &source, const QString &destination);
+
+// Removes a file, a link or a whole folder tree. Nothing there is not an error.
+[[nodiscard]] KVError removeItem(const QString &path);
+
+// True when anything (even a dangling link) exists at the path.
+bool itemExists(const QString &path);
+
+} // namespace KVFileOperations
