@@ -36,6 +36,7 @@ private Q_SLOTS:
     void underlineOvershootsByOnePointPerCharacter();
     void menuButtonKeepsFullOpacityWhenDisabled();
     void toolTipPopsAfterRestOnlyWithoutPress();
+    void toolTipNeverPopsUnderAnotherWindow();
     void toolTipTextAppendsToTitle_data();
     void toolTipTextAppendsToTitle();
     void checkBoxTogglesAndNotifiesEverySet();
@@ -350,6 +351,23 @@ void ControlsTest::toolTipPopsAfterRestOnlyWithoutPress()
     button->popToolTip();
     QVERIFY(button->shownToolTip());
     button->setToolTip(QString());
+    QVERIFY(!button->shownToolTip());
+}
+
+void ControlsTest::toolTipNeverPopsUnderAnotherWindow()
+{
+    auto *button = new KVPrimaryButton;
+    button->setTitle(QStringLiteral("Continue"));
+    button->setToolTip(QStringLiteral("Install the update"));
+    stage(button, {120, 32})->resize(120, 32);
+    QTest::mouseMove(button, QPoint(60, 16));
+    QVERIFY(button->findChild<QTimer *>());
+
+    QWidget cover;
+    cover.setGeometry(QRect(button->mapToGlobal(QPoint(0, 0)), QSize(200, 100)));
+    cover.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&cover));
+    button->popToolTip();
     QVERIFY(!button->shownToolTip());
 }
 

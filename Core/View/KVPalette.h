@@ -15,7 +15,6 @@ inline QColor rgb(int red, int green, int blue, qreal alpha = 1.0)
 inline const QColor brandBlue = rgb(0, 120, 214);
 inline const QColor pressedBlue = rgb(0, 88, 156);
 inline const QColor hoveredBlue = rgb(26, 153, 253);
-inline const QColor focusBlue = rgb(9, 149, 238);
 inline const QColor textGrey = rgb(74, 74, 74);
 inline const QColor disabledGrey = rgb(155, 155, 155);
 

@@ -39,11 +39,6 @@ QRectF KVToolTipWindow::frameRectForContentRect(const QRectF &contentRect) const
     return m_frameView->frameRectForContentRect(contentRect);
 }
 
-void KVToolTipWindow::setContentSize(QSizeF size)
-{
-    resize(frameRectForContentRect(QRectF(QPointF(0, 0), size)).size().toSize());
-}
-
 void KVToolTipWindow::setToolTipPosition(KVToolTipPosition position)
 {
     const KVToolTipPosition oldPosition = m_frameView->toolTipPosition();

@@ -21,7 +21,6 @@ public:
 
     QRectF contentRectForFrameRect(const QRectF &frameRect) const;
     QRectF frameRectForContentRect(const QRectF &contentRect) const;
-    void setContentSize(QSizeF size);
 
     KVToolTipPosition toolTipPosition() const { return m_frameView->toolTipPosition(); }
     // Moves the arrow to the edge the position names, keeping its tip where it was on the screen.
