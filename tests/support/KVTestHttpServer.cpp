@@ -11,6 +11,7 @@ class KVTestHttpServerWorker : public QObject
 public:
     explicit KVTestHttpServerWorker(KVTestHttpServer &owner)
         : m_owner(owner)
+        , m_server(this) // a child, so that it moves to the server's thread with the worker
     {
     }
 
