@@ -1,4 +1,5 @@
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVNumberText.h"
 #include "Core/Extensions/KVShellQuoting.h"
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVBundle.h"
@@ -9,7 +10,6 @@
 #include "Platform/KVUserDefaults.h"
 
 #include <QFileInfo>
-#include <charconv>
 
 namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
@@ -19,18 +19,9 @@ constexpr int kLastLaunchAttempt = 10; // attempts 0 to 10
 // Linux keeps a process name (what pgrep -x matches) to its first 15 bytes.
 constexpr qsizetype kProcessNameLength = 15;
 
-// A number's ordinary text: as few digits as read back to the same value, never an exponent,
-// so 300, 0.1 and 1700000000.5.
-template <typename Number> QString ordinaryText(Number value)
-{
-    char text[400];
-    const std::to_chars_result result = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed);
-    return QString::fromLatin1(text, result.ptr - text);
-}
-
 QString secondsSince1970(const QDateTime &date)
 {
-    return ordinaryText(double(date.toMSecsSinceEpoch()) / 1000.0);
+    return KVNumberText(double(date.toMSecsSinceEpoch()) / 1000.0);
 }
 
 // What pgrep -x must find once the program runs, as an extended regular expression that matches
@@ -62,8 +53,8 @@ void KVUpdateHelper::launchApp()
     const QDateTime launchDate = defaults.dateForKey(kLaunchDateKey);
     if (!launchDate.isValid())
         KVLogError("invaild install launch date!");
-    QStringList arguments{QStringLiteral("-KVWindowOrigin"), ordinaryText(float(origin.x())),
-                          ordinaryText(float(origin.y())), QStringLiteral("-InstallerLaunchDate"),
+    QStringList arguments{QStringLiteral("-KVWindowOrigin"), KVNumberText(float(origin.x())),
+                          KVNumberText(float(origin.y())), QStringLiteral("-InstallerLaunchDate"),
                           launchDate.isValid() ? secondsSince1970(launchDate) : QStringLiteral("0")};
     const QDateTime updateDate = defaults.dateForKey(kUpdateDateKey);
     if (updateDate.isValid())
