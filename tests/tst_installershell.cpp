@@ -1,3 +1,4 @@
+#include "Core/Extensions/KVLocalizedString.h"
 #include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIWindow.h"
 #include "Installer/KVPopupWindow.h"
@@ -29,6 +30,8 @@ private Q_SLOTS:
     void cardIsCentred_data();
     void cardIsCentred();
     void secondStartActivatesTheFirst();
+    void stringTables_data();
+    void stringTables();
 
 private:
     static QString installerExecutable() {
@@ -258,6 +261,31 @@ void InstallerShellTest::secondStartActivatesTheFirst() {
             return false;
         }(),
         10000);
+}
+
+void InstallerShellTest::stringTables_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("English") << "en" << "IDS_INSTALLER_CONTINUE" << "Continue";
+    QTest::newRow("German") << "de_DE" << "IDS_INSTALLER_CONTINUE" << "Weiter";
+    QTest::newRow("unknown language falls back to English") << "fi" << "IDS_CANCEL" << "Quit";
+    QTest::newRow("unknown key is empty, not the key") << "en" << "IDS_NO_SUCH_KEY" << "";
+    QTest::newRow("format keeps its placeholders") << "de" << "IDS_WSPDH"
+                                                   << "%@ konnte nicht installiert werden. Bitte versuche es sp\u00e4ter "
+                                                      "erneut oder lade %@ von unserer Website.";
+}
+
+void InstallerShellTest::stringTables()
+{
+    QFETCH(QString, language);
+    QFETCH(QString, key);
+    QFETCH(QString, text);
+    KVSetLocalizationLanguage(language);
+    QCOMPARE(KVLocalizedString(key), text);
+    QVERIFY(!KVLocalizedString(key).isNull());
+    KVSetLocalizationLanguage(QStringLiteral("en"));
 }
 
 NESTORA_TEST_MAIN(InstallerShellTest)
