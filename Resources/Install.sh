@@ -44,7 +44,9 @@ trap 'rm -rf -- "$stage"' EXIT
 
 # A copy, not a move: the new application lies in the user's temporary folder, possibly on
 # another file system, and the user must not be able to change it while root works on it.
-cp -R -- "$new" "$stage/app" || fail "cannot copy $new into $folder"
+cp -R -P -- "$new" "$stage/app" || fail "cannot copy $new into $folder"
+# Checked again on the copy: the user could have swapped in a link since the test above.
+[ ! -L "$stage/app" ] || fail "the new application is missing or a link: $new"
 chown -R -h -- "$(stat -c '%u:%g' -- "$folder")" "$stage/app" || fail "cannot set the owner of $installed"
 chmod -R u+rwX,go+rX,go-w,ug-s -- "$stage/app" || fail "cannot set the modes of $installed"
 

@@ -107,10 +107,18 @@ public:
 
     // ---- Unpacking and deployment (KVUpdateHelper+Deployment.cpp) ----------------------------
 
-    // The archive's top-level items in a fresh temporary folder, without "__MACOSX", or nothing.
+    // These block and report through *error (callers test the error, not the result); every
+    // replace is atomic, so the destination holds the complete old item or the complete new one.
+    // Queue only.
+    //
+    // The archive's top-level items in a fresh temporary folder, without "__MACOSX", or nothing:
+    // an unpacking the unzip tool reports as failed yields no items at all.
     [[nodiscard]] static std::optional<QStringList> unzip(const QString &archivePath, KVError *error);
+    // Each item in turn replaces the destination (created as a folder when missing). Always true.
     static bool deploy(const QStringList &items, const QString &destination, KVError *error);
+    // deploy(), falling back to "Install.sh" as root when the folder is not writable (error 513).
     static void deployApp(const QStringList &items, const QString &destination, KVError *error);
+    // Swaps the new installer bundle in over the running one by way of a hidden sibling. Always true.
     static bool deployInstaller(const QString &newBundle, const QString &runningBundle, KVError *error);
 
     // ---- Update runs (KVUpdateHelper+Run.cpp, KVUpdateHelper+SelfUpdate.cpp) -----------------
