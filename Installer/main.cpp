@@ -1,26 +1,35 @@
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Logging/KVLog.h"
+#include "Installer/KVHeadlessDriver.h"
 #include "Installer/KVIAppDelegate.h"
 #include "Platform/KVSingleInstance.h"
 
 #include <QApplication>
 
-int main(int argc, char *argv[]) {
-    QApplication application(argc, argv);
+#include <memory>
+
+int main(int argc, char *argv[])
+{
+    // The headless mode needs no display, so it runs on a core application.
+    const bool headless = KVHeadlessDriver::isRequested(argc, argv);
+    const std::unique_ptr<QCoreApplication> application =
+        headless ? std::make_unique<QCoreApplication>(argc, argv) : std::make_unique<QApplication>(argc, argv);
 
     qInfo("killApplication");
     KVSingleInstance singleInstance(KVInstallerBundleIdentifier);
     if (!singleInstance.becomePrimaryOrActivateOther())
-        return 0;
+        return headless ? KVHeadlessDriver::refuseSecondInstance() : 0;
+    if (headless)
+        return KVHeadlessDriver::exec(application->arguments());
 
     KVIAppDelegate delegate;
     QObject::connect(&singleInstance, &KVSingleInstance::activationRequested, &delegate, [&delegate] {
         KVLogInfo("%@ brought to the front by a second start", QStringLiteral("KVIAppDelegate"));
         delegate.activate();
     });
-    delegate.applicationWillFinishLaunching(application.arguments());
+    delegate.applicationWillFinishLaunching(application->arguments());
     delegate.applicationDidFinishLaunching();
-    const int status = application.exec();
+    const int status = application->exec();
     delegate.applicationWillTerminate();
     return status;
 }

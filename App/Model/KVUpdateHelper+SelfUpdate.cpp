@@ -114,8 +114,9 @@ void KVUpdateHelper::launchInstaller()
         menuBarHeight = m_host.menuBarHeight ? m_host.menuBarHeight() : 0;
     });
     const QPointF origin = KVWindowPlacement::topRightOrigin(screenSize, windowSize, menuBarHeight);
-    const QStringList arguments{QStringLiteral("-KVWindowOrigin"), KVNumberText(float(origin.x())),
-                                KVNumberText(float(origin.y()))};
+    const QStringList arguments = QStringList{QStringLiteral("-KVWindowOrigin"), KVNumberText(float(origin.x())),
+                                              KVNumberText(float(origin.y()))} +
+                                  m_host.relaunchArguments;
     launchWithBundlePath(installerTargetPath(false), arguments, 0);
     KVDispatch::syncMain([&] {
         if (m_host.terminate)

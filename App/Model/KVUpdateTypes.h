@@ -5,6 +5,7 @@
 
 #include <QPointF>
 #include <QSizeF>
+#include <QStringList>
 #include <QVariantMap>
 
 #include <functional>
@@ -60,4 +61,8 @@ struct KVUpdateHost
     std::function<QSizeF()> screenSize;     // the main screen's frame size
     std::function<double()> menuBarHeight;  // height of the main menu bar; 0 where there is none
     std::function<void()> terminate;        // asks the application to end
+    // Given to the relaunched installer after its window origin, so that it starts in the mode of
+    // this one (the headless mode passes its own flags). Read on the engine's queue. Defaulted, so
+    // that hosts naming only the functions above need not name it.
+    QStringList relaunchArguments = {};
 };

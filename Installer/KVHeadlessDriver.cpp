@@ -1,0 +1,312 @@
+#include "Installer/KVHeadlessDriver.h"
+
+#include "App/Model/KVUpdateHelper.h"
+#include "Core/Logging/KVLog.h"
+#include "Core/Logging/KVLogSetup.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVPropertyList.h"
+#include "Platform/KVUserDefaults.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QFile>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+const QString kClassName = QStringLiteral("KVHeadlessDriver");
+const QString kProgramName = QStringLiteral("NestoraInstaller");
+const QString kWindowOriginOption = QStringLiteral("-KVWindowOrigin");
+constexpr int kBarWidth = 30;
+constexpr int kPlainLineStep = 10; // percent between two plain progress lines
+
+QString usageText()
+{
+    return QStringLiteral("Usage: %1 --headless --accept-license\n"
+                          "Updates the installer itself, then the Nestora application and its device data from the\n"
+                          "update server, without a window; starts Nestora when everything is up to date.\n"
+                          "\n"
+                          "  --headless        run without a window and show progress on the terminal\n"
+                          "  --accept-license  accept the end-user licence agreement (required):\n"
+                          "                    https://%2/legal-privacy/end-user-license-agreement/\n"
+                          "  --help            show this text\n"
+                          "\n"
+                          "Exit status: 0 done, 1 update failed, 2 usage error or licence not accepted,\n"
+                          "3 update server unreachable, 4 another installer is running.\n")
+        .arg(kProgramName, QStringLiteral(NESTORA_VENDOR_SITE));
+}
+
+// The version of a release section: the last "_"-part of its name.
+QString releaseVersion(const KVINISection &section)
+{
+    return section.name().section(QLatin1Char('_'), -1);
+}
+
+// What the user is told about a failed update run. The window shows any error of code 2 as a
+// connection failure; this mode follows it.
+QString messageForRunError(const KVError &error)
+{
+    if (error.code() == 2)
+        return QStringLiteral("cannot reach the update server");
+    if (error.domain() == KVUpdateHelperErrorDomain && error.code() == KVUpdateHelperErrorMD5Mismatch)
+        return QStringLiteral("a downloaded file is damaged: its MD5 digest does not match the manifest");
+    return error.localizedDescription();
+}
+
+// The window stores this date at the end of every update run, failed or not; the companion
+// application receives it at the hand-over.
+void recordUpdateDate()
+{
+    KVUserDefaults::standardUserDefaults().setObject(QStringLiteral("InstallerUpdateDate"),
+                                                     QDateTime::currentDateTimeUtc());
+}
+
+// The launch-time work of the installer that does not concern its window: logging, the launch
+// log lines, the registered defaults and the launch date.
+void prepareLaunch(const QStringList &arguments)
+{
+    KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
+    const KVBundle bundle = KVBundle::mainBundle();
+    KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG")});
+    KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"),
+               bundle.bundleVersion());
+    KVLogError("%@ start parameters %@", kClassName, arguments);
+
+    const QString defaultsPath = bundle.pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
+    if (!defaultsPath.isEmpty())
+        defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath));
+    defaults.synchronize();
+    defaults.setObject(QStringLiteral("InstallerLastLaunchDate"), QDateTime::currentDateTimeUtc());
+}
+} // namespace
+
+// ---- KVTerminalProgressBar ------------------------------------------------------------------
+
+KVTerminalProgressBar::KVTerminalProgressBar(QIODevice *output, bool interactive)
+    : m_output(output)
+    , m_interactive(interactive)
+{}
+
+void KVTerminalProgressBar::setProgress(float fraction, const QString &message)
+{
+    const double shown = std::isnan(fraction) ? 0.0 : std::clamp(double(fraction), 0.0, 1.0);
+    const int percent = int(std::floor(shown * 100.0));
+    const bool newMessage = !message.isEmpty() && message != m_shownMessage;
+    if (!message.isEmpty())
+        m_shownMessage = message;
+
+    if (m_interactive) {
+        if (!newMessage && percent == m_shownPercent)
+            return;
+        // Back to the start of the line, the new text, and away with what is left of a longer one.
+        m_output << '\r' << line(percent, m_shownMessage) << "\x1b[K";
+        m_lineOpen = true;
+    } else {
+        const bool nextStep = !m_shownPercent || percent / kPlainLineStep != *m_shownPercent / kPlainLineStep;
+        if (!newMessage && !nextStep)
+            return;
+        m_output << line(percent, m_shownMessage) << '\n';
+    }
+    m_shownPercent = percent;
+    m_output.flush();
+}
+
+void KVTerminalProgressBar::finish()
+{
+    if (m_lineOpen) {
+        m_output << '\n';
+        m_output.flush();
+    }
+    m_lineOpen = false;
+    m_shownPercent.reset();
+    m_shownMessage.clear();
+}
+
+QString KVTerminalProgressBar::line(int percent, const QString &message) const
+{
+    const int filled = percent * kBarWidth / 100;
+    return QStringLiteral("[%1%2] %3%  %4")
+        .arg(QString(filled, QLatin1Char('#')), QString(kBarWidth - filled, QLatin1Char('-')))
+        .arg(percent, 3)
+        .arg(message);
+}
+
+// ---- KVHeadlessDriver -----------------------------------------------------------------------
+
+bool KVHeadlessDriver::isRequested(int argc, char **argv)
+{
+    const QByteArray option = kHeadlessOption.toLatin1();
+    return std::any_of(argv + 1, argv + argc, [&](const char *argument) { return option == argument; });
+}
+
+int KVHeadlessDriver::exec(const QStringList &arguments)
+{
+    QFile output;
+    QFile errors;
+    if (!output.open(stdout, QIODevice::WriteOnly | QIODevice::Unbuffered) ||
+        !errors.open(stderr, QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return Failed;
+    if (arguments.contains(QStringLiteral("--help"))) {
+        QTextStream(&output) << usageText();
+        return Succeeded;
+    }
+    if (const std::optional<QString> usageError = usageErrorOf(arguments)) {
+        QTextStream(&errors) << kProgramName << ": " << *usageError << "\n\n" << usageText();
+        return UsageError;
+    }
+
+    prepareLaunch(arguments);
+    KVHeadlessDriver driver(KVUpdateHelper::sharedInstance(), &output, &errors, ::isatty(STDOUT_FILENO) == 1);
+    QObject::connect(&driver, &KVHeadlessDriver::finished, QCoreApplication::instance(), &QCoreApplication::exit);
+    driver.start();
+    return QCoreApplication::exec();
+}
+
+int KVHeadlessDriver::refuseSecondInstance()
+{
+    QTextStream(stderr) << kProgramName << ": another Nestora installer is already running\n";
+    return AnotherInstanceRuns;
+}
+
+std::optional<QString> KVHeadlessDriver::usageErrorOf(const QStringList &arguments)
+{
+    bool licenseAccepted = false;
+    for (qsizetype i = 1; i < arguments.size(); ++i) {
+        const QString &argument = arguments.at(i);
+        if (argument == kAcceptLicenseOption)
+            licenseAccepted = true;
+        else if (argument == kWindowOriginOption)
+            i += 2; // a relaunch passes the window's place; there is no window to place
+        else if (argument != kHeadlessOption)
+            return QStringLiteral("unknown argument \"%1\"").arg(argument);
+    }
+    if (!licenseAccepted)
+        return QStringLiteral("the end-user licence agreement must be accepted: read it and run again with %1")
+            .arg(kAcceptLicenseOption);
+    return std::nullopt;
+}
+
+KVHeadlessDriver::KVHeadlessDriver(KVUpdateHelper &engine, QIODevice *output, QIODevice *errors, bool interactive)
+    : m_engine(engine)
+    , m_progress(output, interactive)
+    , m_output(output)
+    , m_errors(errors)
+{}
+
+void KVHeadlessDriver::start()
+{
+    KVUpdateHost host;
+    // The engine ends the installer only after it has handed over, to the companion application
+    // or to the relaunched installer; failures end it from here.
+    host.terminate = [this] { finish(Succeeded); };
+    host.relaunchArguments = {kHeadlessOption, kAcceptLicenseOption};
+    m_engine.setHost(std::move(host));
+
+    say(QStringLiteral("Nestora installer %1: checking for updates at %2")
+            .arg(KVBundle::mainBundle().bundleVersion(), m_engine.updateURL().toString()));
+    checkInstaller();
+}
+
+void KVHeadlessDriver::checkInstaller()
+{
+    m_engine.checkInstallerUpdateWithcompletionHandler([this](const KVINISectionPtr &section, const KVError &error) {
+        if (error)
+            checkDidFail(error);
+        else if (section)
+            updateInstaller(section);
+        else
+            checkDeliverables();
+    });
+}
+
+void KVHeadlessDriver::updateInstaller(const KVINISectionPtr &section)
+{
+    say(QStringLiteral("Updating the installer to %1").arg(releaseVersion(*section)));
+    m_engine.updateInstaller(
+        section,
+        [this](float fraction, const std::optional<QVariantMap> &info) {
+            m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
+        },
+        [this](const QVariantMap &, const KVError &error) {
+            runDidComplete(error, QStringLiteral("The installer is up to date; relaunching it"));
+        });
+}
+
+void KVHeadlessDriver::checkDeliverables()
+{
+    m_engine.checkUpdateWithcompletionHandler([this](const QList<KVINISectionPtr> &sections, const KVError &error) {
+        if (error)
+            checkDidFail(error);
+        else if (sections.isEmpty())
+            say(QStringLiteral("Everything is up to date; starting Nestora"));
+        else
+            updateSections(sections);
+    });
+}
+
+void KVHeadlessDriver::updateSections(const QList<KVINISectionPtr> &sections)
+{
+    QStringList names;
+    for (const KVINISectionPtr &section : sections)
+        names << section->name();
+    say(QStringLiteral("The licence agreement is accepted; installing %1").arg(names.join(QStringLiteral(", "))));
+    m_engine.updateWithSections(
+        sections,
+        [this](float fraction, const std::optional<QVariantMap> &info) {
+            // The last report of a failed run carries the error instead of a message; the
+            // completion tells it.
+            m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
+        },
+        [this](const QVariantMap &, const KVError &error) {
+            runDidComplete(error, QStringLiteral("Update complete; starting Nestora"));
+        });
+}
+
+void KVHeadlessDriver::runDidComplete(const KVError &error, const QString &successText)
+{
+    m_progress.finish();
+    recordUpdateDate();
+    if (error)
+        runDidFail(error);
+    else
+        say(successText);
+}
+
+void KVHeadlessDriver::checkDidFail(const KVError &error)
+{
+    // The window shows every failed check as a connection failure, whatever its code.
+    complain(QStringLiteral("cannot reach the update server at %1: %2")
+                 .arg(m_engine.updateURL().toString(), error.localizedDescription()));
+    finish(ServerUnreachable);
+}
+
+void KVHeadlessDriver::runDidFail(const KVError &error)
+{
+    complain(QStringLiteral("update failed: ") + messageForRunError(error));
+    finish(error.code() == 2 ? ServerUnreachable : Failed);
+}
+
+void KVHeadlessDriver::complain(const QString &text)
+{
+    m_progress.finish();
+    m_errors << kProgramName << ": " << text << '\n';
+    m_errors.flush();
+}
+
+void KVHeadlessDriver::finish(ExitStatus status)
+{
+    if (m_finished)
+        return;
+    m_finished = true;
+    Q_EMIT finished(status);
+}
+
+void KVHeadlessDriver::say(const QString &text)
+{
+    m_progress.finish();
+    m_output << text << '\n';
+    m_output.flush();
+}

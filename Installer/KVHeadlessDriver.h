@@ -1,0 +1,101 @@
+#pragma once
+
+#include "App/Model/KVINISection.h"
+#include "Core/Extensions/KVError.h"
+
+#include <QObject>
+#include <QStringList>
+#include <QTextStream>
+
+#include <optional>
+
+class KVUpdateHelper;
+
+// A progress bar on a terminal: one line redrawn in place when the output is a terminal; plain
+// lines otherwise (log files and CI logs), one per new message and per tenth of the way.
+// Thread: main.
+class KVTerminalProgressBar
+{
+public:
+    KVTerminalProgressBar(QIODevice *output, bool interactive);
+
+    // The fraction is shown as it comes, only kept within 0 to 1 for drawing; a fraction that is
+    // not a number (a run whose sizes are all unknown) shows as an empty bar.
+    void setProgress(float fraction, const QString &message);
+    // Ends a redrawn line, so that whatever is written next starts on a line of its own.
+    void finish();
+
+private:
+    QString line(int percent, const QString &message) const;
+
+    QTextStream m_output;
+    const bool m_interactive;
+    std::optional<int> m_shownPercent;
+    QString m_shownMessage;
+    bool m_lineOpen = false;
+};
+
+// The installer without its window, for tests and for administrators who deploy on many machines
+// ("NestoraInstaller --headless --accept-license"). It takes the engine through the steps the
+// window takes: the installer check and, when one is due, the self-update (which relaunches the
+// installer, headless again); then the check of the deliverables and their update; then the
+// engine's hand-over to the companion application. All decisions stay with the engine; this class
+// only starts the steps, shows their progress and turns the outcome into an exit status.
+// Thread: main, for everything, callbacks included.
+class KVHeadlessDriver : public QObject
+{
+    Q_OBJECT
+public:
+    enum ExitStatus : int {
+        Succeeded = 0,
+        Failed = 1,              // an update run failed; see the message
+        UsageError = 2,          // unknown option, or the licence not accepted
+        ServerUnreachable = 3,   // the manifest or a deliverable could not be fetched
+        AnotherInstanceRuns = 4, // another installer of this user is running
+    };
+
+    static inline const QString kHeadlessOption = QStringLiteral("--headless");
+    static inline const QString kAcceptLicenseOption = QStringLiteral("--accept-license");
+
+    // Whether the command line asks for the headless mode. Read before the application object
+    // exists, since the headless mode runs without a display.
+    static bool isRequested(int argc, char **argv);
+    // The headless mode as a whole: start-up, the run and its outcome on stdout and stderr.
+    // Returns the exit status. Needs a QCoreApplication.
+    static int exec(const QStringList &arguments);
+    // What a second start tells when another installer already runs; returns the exit status.
+    static int refuseSecondInstance();
+
+    KVHeadlessDriver(KVUpdateHelper &engine, QIODevice *output, QIODevice *errors, bool interactive);
+
+    // Takes over the engine's host and starts the first step; finished() follows.
+    void start();
+
+Q_SIGNALS:
+    // Emitted once with the exit status: after a failure, or when the engine asks the application
+    // to end after handing over (to the companion application or to the relaunched installer).
+    void finished(int status);
+
+private:
+    // The usage error in the arguments (program name first), or nothing when they are good.
+    static std::optional<QString> usageErrorOf(const QStringList &arguments);
+
+    void checkInstaller();
+    void updateInstaller(const KVINISectionPtr &section);
+    void checkDeliverables();
+    void updateSections(const QList<KVINISectionPtr> &sections);
+    // The end of an update run, self-update or section update alike.
+    void runDidComplete(const KVError &error, const QString &successText);
+    void checkDidFail(const KVError &error);
+    void runDidFail(const KVError &error);
+    // Writes the text on the error output, on a line of its own.
+    void complain(const QString &text);
+    void finish(ExitStatus status);
+    void say(const QString &text);
+
+    KVUpdateHelper &m_engine;
+    KVTerminalProgressBar m_progress;
+    QTextStream m_output;
+    QTextStream m_errors;
+    bool m_finished = false;
+};
