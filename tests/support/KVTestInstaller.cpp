@@ -1,0 +1,55 @@
+#include "KVTestInstaller.h"
+
+#include "KVTestSandbox.h"
+#include "KVTestUpdateServer.h"
+#include "Platform/KVBundle.h"
+
+#include <QProcess>
+#include <QTest>
+
+QString KVTestInstaller::builtBundlePath()
+{
+    return QStringLiteral(NESTORA_BUILD_DIR "/NestoraInstaller.app");
+}
+
+KVTestInstaller::KVTestInstaller()
+    : m_bundlePath(KVTestSandbox::current().root() + QStringLiteral("/Installer/NestoraInstaller.app"))
+{}
+
+bool KVTestInstaller::install(const QString &version) const
+{
+    const std::optional<KVBundle> built = KVBundle::bundleWithPath(builtBundlePath());
+    if (!built)
+        return false;
+    return KVTestUpdateServer::copyBundle(builtBundlePath(), m_bundlePath,
+                                          version.isEmpty() ? built->bundleVersion() : version);
+}
+
+QString KVTestInstaller::executablePath() const
+{
+    const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(m_bundlePath);
+    return bundle ? bundle->executablePath() : QString();
+}
+
+QString KVTestInstaller::version() const
+{
+    const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(m_bundlePath);
+    return bundle ? bundle->bundleVersion() : QString();
+}
+
+KVTestInstaller::Outcome KVTestInstaller::run(const QStringList &arguments, int timeoutMilliseconds) const
+{
+    QProcess installer;
+    installer.start(executablePath(), arguments);
+    Outcome outcome;
+    outcome.finished = installer.waitForStarted(10000) &&
+                       QTest::qWaitFor([&] { return installer.state() == QProcess::NotRunning; }, timeoutMilliseconds);
+    if (!outcome.finished) {
+        installer.kill();
+        installer.waitForFinished(10000);
+    }
+    outcome.exitStatus = installer.exitStatus() == QProcess::NormalExit ? installer.exitCode() : -1;
+    outcome.output = QString::fromUtf8(installer.readAllStandardOutput());
+    outcome.errors = QString::fromUtf8(installer.readAllStandardError());
+    return outcome;
+}

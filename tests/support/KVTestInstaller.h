@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+// A copy of the built installer bundle in the sandbox, run in its headless mode the way an
+// administrator runs it. Working on a copy lets a self-update replace it without touching the
+// build output. Thread: the test's main thread.
+class KVTestInstaller
+{
+public:
+    struct Outcome
+    {
+        bool finished = false; // false: it was still running at the time-out and has been killed
+        int exitStatus = -1;
+        QString output;
+        QString errors;
+    };
+
+    static QString builtBundlePath();
+    static inline const QStringList headlessArguments{QStringLiteral("--headless"), QStringLiteral("--accept-license")};
+
+    // The copy lives at <sandbox>/Installer/NestoraInstaller.app.
+    KVTestInstaller();
+
+    // Copies the built bundle, with that CFBundleVersion unless empty.
+    [[nodiscard]] bool install(const QString &version = {}) const;
+    QString bundlePath() const { return m_bundlePath; }
+    QString executablePath() const;
+    // CFBundleVersion of the copy as it is on disk now.
+    QString version() const;
+
+    // Runs the copy and waits for it, turning the test's event loop meanwhile, so that servers of
+    // the test keep answering.
+    Outcome run(const QStringList &arguments = headlessArguments, int timeoutMilliseconds = 120000) const;
+
+private:
+    QString m_bundlePath;
+};

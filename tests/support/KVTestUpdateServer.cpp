@@ -1,0 +1,196 @@
+#include "KVTestUpdateServer.h"
+
+#include "KVTestCompanion.h"
+#include "KVTestFiles.h"
+#include "KVTestSandbox.h"
+#include "Platform/KVPropertyList.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+namespace {
+const QString kVersionKey = QStringLiteral("CFBundleVersion");
+
+bool runTool(const QString &program, const QStringList &arguments, const QString &workingDirectory = {},
+             QString *errorOutput = nullptr)
+{
+    QProcess tool;
+    tool.setWorkingDirectory(workingDirectory);
+    tool.start(program, arguments);
+    const bool succeeded =
+        tool.waitForFinished(120000) && tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
+    if (errorOutput)
+        *errorOutput = QString::fromLocal8Bit(tool.readAllStandardError() + tool.readAllStandardOutput());
+    return succeeded;
+}
+
+// A part of the description that lists releases: {"releases": [{"version": …, "file": …}, …]}.
+QJsonObject withRelease(QJsonObject part, const QString &version, const QString &file)
+{
+    QJsonArray releases = part.value(QStringLiteral("releases")).toArray();
+    releases.append(QJsonObject{{QStringLiteral("version"), version}, {QStringLiteral("file"), file}});
+    part.insert(QStringLiteral("releases"), releases);
+    return part;
+}
+
+QJsonObject dataItem(const QString &version, const QString &file)
+{
+    return {{QStringLiteral("version"), version}, {QStringLiteral("file"), file}};
+}
+} // namespace
+
+KVTestUpdateServer::KVTestUpdateServer()
+    : m_documentRoot(KVTestSandbox::current().root() + QStringLiteral("/www"))
+    , m_nginx(m_documentRoot)
+{
+    QDir(m_documentRoot).removeRecursively();
+    QDir().mkpath(m_documentRoot);
+}
+
+bool KVTestUpdateServer::copyBundle(const QString &source, const QString &destination, const QString &version)
+{
+    QDir(destination).removeRecursively();
+    QDir().mkpath(QFileInfo(destination).path());
+    if (!runTool(QStringLiteral("cp"), {QStringLiteral("-R"), source, destination}))
+        return false;
+    const QString infoPath = destination + QStringLiteral("/Contents/Info.plist");
+    QVariantMap info = KVPropertyList::readDictionary(infoPath);
+    info.insert(kVersionKey, version);
+    return KVPropertyList::writeDictionary(infoPath, info) &&
+           KVTestFiles::writeFile(destination + QLatin1Char('/') + releaseMarker, version.toUtf8());
+}
+
+bool KVTestUpdateServer::makeApplication(const QString &destination, const QString &version)
+{
+    return copyBundle(KVTestCompanion::builtBundlePath(), destination, version);
+}
+
+bool KVTestUpdateServer::zipFolder(const QString &archive, const QString &folder)
+{
+    const QFileInfo item(folder);
+    QFile::remove(archive); // the tool would add to an archive already there
+    return runTool(QStringLiteral("/usr/bin/zip"),
+                   {QStringLiteral("-q"), QStringLiteral("-r"), QStringLiteral("-y"), QStringLiteral("-1"), archive,
+                    item.fileName()},
+                   item.path());
+}
+
+bool KVTestUpdateServer::addApplication(const QString &version)
+{
+    QTemporaryDir staging;
+    const QString bundle = staging.filePath(QStringLiteral("Nestora.app"));
+    if (!makeApplication(bundle, version) || !zipFolder(servedPath(applicationFile(version)), bundle))
+        return false;
+    const QJsonObject part = m_description.value(QStringLiteral("application")).toObject();
+    m_description.insert(QStringLiteral("application"), withRelease(part, version, applicationFile(version)));
+    return true;
+}
+
+bool KVTestUpdateServer::addPlugin(const QString &name, const QString &version)
+{
+    QTemporaryDir staging;
+    const QString bundle = staging.filePath(name + QStringLiteral(".vexaplugin"));
+    const QVariantMap info{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.keldran.nestora.") + name},
+                           {kVersionKey, version}};
+    if (!QDir().mkpath(bundle + QStringLiteral("/Contents")) ||
+        !KVPropertyList::writeDictionary(bundle + QStringLiteral("/Contents/Info.plist"), info) ||
+        !KVTestFiles::writeFile(bundle + QLatin1Char('/') + releaseMarker, version.toUtf8()) ||
+        !zipFolder(servedPath(pluginFile(name, version)), bundle))
+        return false;
+    QJsonObject modules = m_description.value(QStringLiteral("modules")).toObject();
+    modules.insert(name, withRelease(modules.value(name).toObject(), version, pluginFile(name, version)));
+    m_description.insert(QStringLiteral("modules"), modules);
+    return true;
+}
+
+bool KVTestUpdateServer::addDeviceXML(const QString &version, const QByteArray &contents)
+{
+    m_description.insert(QStringLiteral("deviceXML"), dataItem(version, deviceXMLFile));
+    return addFile(deviceXMLFile, contents);
+}
+
+bool KVTestUpdateServer::addDeviceIcons(const QString &version, const QMap<QString, QByteArray> &icons)
+{
+    QMap<QString, QByteArray> files;
+    for (auto icon = icons.cbegin(); icon != icons.cend(); ++icon)
+        files.insert(QStringLiteral("Icons/") + icon.key(), icon.value());
+    m_description.insert(QStringLiteral("deviceIcons"), dataItem(version, deviceIconsFile));
+    return KVTestFiles::makeZip(servedPath(deviceIconsFile), files);
+}
+
+bool KVTestUpdateServer::addSmartCards(const QString &version, const QByteArray &contents)
+{
+    m_description.insert(QStringLiteral("smartCards"), dataItem(version, smartCardsFile));
+    return addFile(smartCardsFile, contents);
+}
+
+bool KVTestUpdateServer::addInstaller(const QString &installerBundle, const QString &installedVersion,
+                                      const QString &version)
+{
+    QTemporaryDir staging;
+    const QString bundle = staging.filePath(QFileInfo(installerBundle).fileName());
+    if (!copyBundle(installerBundle, bundle, version) || !zipFolder(servedPath(installerFile(version)), bundle))
+        return false;
+    QJsonObject part =
+        withRelease(m_description.value(QStringLiteral("installer")).toObject(), version, installerFile(version));
+    part.insert(QStringLiteral("updateFrom"), QJsonObject{{installedVersion, version}});
+    m_description.insert(QStringLiteral("installer"), part);
+    return true;
+}
+
+bool KVTestUpdateServer::addNestoraRelease()
+{
+    return addApplication(releaseApplication) && addPlugin(releasePlugin, releasePluginVersion) &&
+           addDeviceXML(releaseDeviceXML, releaseDevicesXMLText) && addDeviceIcons(releaseDeviceIcons, releaseIcons) &&
+           addSmartCards(releaseSmartCards, releaseSmartCardsText);
+}
+
+bool KVTestUpdateServer::addFile(const QString &file, const QByteArray &contents)
+{
+    return KVTestFiles::writeFile(servedPath(file), contents);
+}
+
+bool KVTestUpdateServer::start(QString *errorMessage)
+{
+    if (!m_nginx.start(errorMessage))
+        return false;
+    // Outside the document root, so that it is not served and not mistaken for a deliverable.
+    const QString descriptionPath = KVTestSandbox::current().root() + QStringLiteral("/description.json");
+    if (!KVTestFiles::writeFile(descriptionPath, QJsonDocument(m_description).toJson())) {
+        *errorMessage = QStringLiteral("cannot write the version description");
+        return false;
+    }
+    QString publishOutput;
+    if (!runTool(QStringLiteral(NESTORA_PUBLISH_TOOL),
+                 {QStringLiteral("--base-url"), m_nginx.url(QStringLiteral("/")).toString(), m_documentRoot,
+                  descriptionPath},
+                 {}, &publishOutput)) {
+        *errorMessage = QStringLiteral("nestora-publish failed: ") + publishOutput;
+        return false;
+    }
+    return true;
+}
+
+bool KVTestUpdateServer::writeTestServerFile() const
+{
+    const QJsonObject configuration{{QStringLiteral("ApplicationUpdate"), manifestURL().toString()}};
+    return KVTestFiles::writeFile(KVTestSandbox::current().home() + QStringLiteral("/Downloads/TestServerForVexa.txt"),
+                                  QJsonDocument(configuration).toJson());
+}
+
+QStringList KVTestUpdateServer::requestedPaths() const
+{
+    // nginx's default log format: … "GET /path HTTP/1.1" status …
+    static const QRegularExpression request(QStringLiteral("\"[A-Z]+ (\\S+) HTTP/[0-9.]+\""));
+    QStringList paths;
+    const QString log =
+        QString::fromUtf8(KVTestFiles::readFile(m_nginx.stateDirectory() + QStringLiteral("/access.log")));
+    for (QRegularExpressionMatchIterator match = request.globalMatch(log); match.hasNext();)
+        paths << match.next().captured(1);
+    return paths;
+}

@@ -1,0 +1,346 @@
+// Update runs that fail against a real nginx: a damaged download, a missing file, a connection
+// cut halfway, and an applications folder that cannot be written where the administrator prompt
+// is dismissed. Each leaves the old installation complete, the history as it was and a clear
+// error, both in-process through the engine and through the installer's headless mode. Also the
+// weighted progress of a successful two-file run.
+
+#include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVLocalizedString.h"
+#include "Installer/KVHeadlessDriver.h"
+#include "KVTestCompanion.h"
+#include "KVTestFiles.h"
+#include "KVTestHost.h"
+#include "KVTestHttpServer.h"
+#include "KVTestInstallation.h"
+#include "KVTestInstaller.h"
+#include "KVTestMount.h"
+#include "KVTestSandbox.h"
+#include "KVTestUpdateServer.h"
+#include "Platform/KVBundle.h"
+
+#include <QProcess>
+
+#include <atomic>
+#include <memory>
+#include <unistd.h>
+
+using namespace KVTestInstallation;
+
+namespace {
+using Snapshot = QMap<QString, QByteArray>;
+
+enum class Fault { DigestMismatch, NotFound, CutHalfway, ReadOnlyApplications };
+
+// What the sandbox holds before each failing run: an older application, which is running, and
+// data files of which the devices XML and the icons are behind, so the run has three deliverables.
+const QString kOldApplication = QStringLiteral("2.0.0");
+const QByteArray kOldDevices = QByteArrayLiteral("PGRldmljZXMvPg==");
+const QByteArray kInstalledSmartCards = QByteArrayLiteral("{\"cards\": []}");
+const QVariantMap kOldHistory{{QStringLiteral("Device_XML"), QStringLiteral("4")},
+                              {QStringLiteral("Device_Icon"), QStringLiteral("2")},
+                              {QStringLiteral("Smart_Cards"), KVTestUpdateServer::releaseSmartCards}};
+const QStringList kRunList{QStringLiteral("Mac_Application_2.2.0"), QStringLiteral("Device_XML"),
+                           QStringLiteral("Device_Icon")};
+
+// The stand-in for pkexec whose prompt the user dismissed.
+const QByteArray kDismissedPrompt = "#!/bin/sh\nexit 126\n";
+
+QStringList leftDownloads()
+{
+    return QDir(KVTestSandbox::current().temporaryDirectory())
+        .entryList({QStringLiteral("keldran-vexa-*")}, QDir::Files, QDir::Name);
+}
+
+QStringList namesOf(const QList<KVINISectionPtr> &sections)
+{
+    QStringList names;
+    for (const KVINISectionPtr &section : sections)
+        names << section->name();
+    return names;
+}
+
+QStringList namesOf(const QVariant &sections)
+{
+    return namesOf(sections.value<QList<KVINISectionPtr>>());
+}
+} // namespace
+
+Q_DECLARE_METATYPE(Fault)
+
+class EndToEndFailuresTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void failedRunReportsFirstError_data();
+    void failedRunReportsFirstError();
+    void failedHeadlessRunKeepsOldInstallation_data() { failedRunReportsFirstError_data(); }
+    void failedHeadlessRunKeepsOldInstallation();
+    void weightedProgressOfTwoFiles();
+
+private:
+    struct Run
+    {
+        QList<std::pair<float, std::optional<QVariantMap>>> reports;
+        QVariantMap result;
+        KVError error;
+        bool completed = false;
+    };
+
+    // The server with the fault, the old installation with its companion running.
+    void prepareFailure(Fault fault);
+    // The old installation complete, nothing new deployed, the history as it was, the companion
+    // stopped or not, and the downloads not deployed left where they were.
+    void verifyOldInstallationKept(bool companionStopped, const QStringList &expectedDownloads);
+    // The due sections, checked and then updated by an engine of this process.
+    void runInProcess(KVUpdateHelper &engine, Run &run);
+
+    std::unique_ptr<KVTestCompanion> m_companion;
+    std::unique_ptr<KVTestUpdateServer> m_server;
+    std::unique_ptr<KVTestHttpServer> m_misbehavingServer;
+    std::unique_ptr<KVTestMount> m_readOnlyApplications;
+    KVTestInstaller m_installer;
+    Snapshot m_oldApplication;
+    Snapshot m_oldIcons;
+    qint64 m_oldInstance = 0;
+    int m_terminations = 0;
+};
+
+void EndToEndFailuresTest::initTestCase()
+{
+    m_companion = std::make_unique<KVTestCompanion>();
+}
+
+void EndToEndFailuresTest::init()
+{
+    KVTestSandbox::current().reset();
+    QVERIFY(m_installer.install());
+    // The engine of this process takes its version and its install script from the same copy.
+    KVBundle::setMainBundlePath(m_installer.bundlePath());
+    m_server = std::make_unique<KVTestUpdateServer>();
+    m_misbehavingServer = std::make_unique<KVTestHttpServer>();
+    m_terminations = 0;
+}
+
+void EndToEndFailuresTest::cleanup()
+{
+    m_server.reset(); // first: nginx runs from the sandbox, so it counts as a launch under way
+    m_misbehavingServer.reset();
+    m_companion->stopAll();
+    m_readOnlyApplications.reset();
+    qunsetenv("NESTORA_ELEVATOR");
+}
+
+void EndToEndFailuresTest::failedRunReportsFirstError_data()
+{
+    QTest::addColumn<Fault>("fault");
+    QTest::addColumn<QString>("domain");
+    QTest::addColumn<qint64>("code");
+    QTest::addColumn<int>("exitStatus");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("companionStopped");
+    QTest::addColumn<QStringList>("downloadsLeft");
+
+    const QString unreachable = QStringLiteral("update failed: cannot reach the update server\n");
+    // A damaged file stops the downloads; nothing is deployed and the companion keeps running.
+    QTest::newRow("MD5 mismatch") << Fault::DigestMismatch << KVUpdateHelperErrorDomain << qint64(1)
+                                  << int(KVHeadlessDriver::Failed)
+                                  << "update failed: a downloaded file is damaged: its MD5 digest does not match"
+                                  << false << QStringList{"keldran-vexa-app.zip", "keldran-vexa-devices.xml"};
+    // Every transfer failure is told as URL error 2, whatever the server answered.
+    QTest::newRow("404 on the second of three")
+        << Fault::NotFound << KVURLErrorDomain << qint64(2) << int(KVHeadlessDriver::ServerUnreachable) << unreachable
+        << false << QStringList{"keldran-vexa-app.zip"};
+    QTest::newRow("connection cut halfway")
+        << Fault::CutHalfway << KVURLErrorDomain << qint64(2) << int(KVHeadlessDriver::ServerUnreachable) << unreachable
+        << false << QStringList{};
+    // The application is the first to deploy: its failure leaves the data files undeployed, yet
+    // the companion was stopped before.
+    QTest::newRow("read-only applications, prompt dismissed")
+        << Fault::ReadOnlyApplications << QString() << qint64(-1) << int(KVHeadlessDriver::Failed)
+        << "update failed: The administrator password is required to do this.\n"
+        << true << QStringList{"keldran-vexa-device-icons.zip", "keldran-vexa-devices.xml"};
+}
+
+void EndToEndFailuresTest::prepareFailure(Fault fault)
+{
+    QVERIFY(m_server->addNestoraRelease());
+    if (fault == Fault::NotFound)
+        m_server->nginx().answerNotFound(QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile);
+    if (fault == Fault::CutHalfway)
+        m_server->nginx().cutHalfway(QLatin1Char('/') +
+                                         KVTestUpdateServer::applicationFile(KVTestUpdateServer::releaseApplication),
+                                     *m_misbehavingServer);
+    QString failure;
+    QVERIFY2(m_server->start(&failure), qPrintable(failure));
+    QVERIFY(m_server->writeTestServerFile());
+    if (fault == Fault::DigestMismatch) {
+        // Same length, other bytes: only the digest can tell.
+        QByteArray damaged = KVTestUpdateServer::releaseDevicesXMLText;
+        damaged.replace("Reader", "Raider");
+        QVERIFY(KVTestFiles::writeFile(m_server->servedPath(KVTestUpdateServer::deviceXMLFile), damaged));
+    }
+
+    QVERIFY(installApplication(kOldApplication));
+    QVERIFY(installFile(devicesDataPath(), kOldDevices));
+    QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
+    QVERIFY(installFile(smartCardsPath(), kInstalledSmartCards));
+    QVERIFY(writeHistory(kOldHistory));
+    m_oldApplication = snapshot(applicationPath());
+    m_oldIcons = snapshot(deviceIconsPath());
+
+    if (fault == Fault::ReadOnlyApplications) {
+        m_readOnlyApplications = KVTestMount::readOnly(KVTestSandbox::current().applicationsDirectory());
+        QVERIFY(m_readOnlyApplications);
+        const QString elevator = KVTestSandbox::current().root() + QStringLiteral("/dismissed-prompt.sh");
+        QVERIFY(KVTestFiles::writeFile(elevator, kDismissedPrompt));
+        QVERIFY(QFile::setPermissions(elevator, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        qputenv("NESTORA_ELEVATOR", QFile::encodeName(elevator));
+    }
+
+    QVERIFY(QProcess::startDetached(applicationPath() + QStringLiteral("/Contents/MacOS/Nestora"), {}));
+    QTRY_COMPARE(m_companion->starts().size(), 1);
+    m_oldInstance = m_companion->starts().first().processIdentifier;
+}
+
+void EndToEndFailuresTest::verifyOldInstallationKept(bool companionStopped, const QStringList &expectedDownloads)
+{
+    QCOMPARE(snapshot(applicationPath()), m_oldApplication);
+    QCOMPARE(KVTestFiles::readFile(devicesDataPath()), kOldDevices);
+    QCOMPARE(snapshot(deviceIconsPath()), m_oldIcons);
+    QCOMPARE(KVTestFiles::readFile(smartCardsPath()), kInstalledSmartCards);
+    QVERIFY(!QFileInfo::exists(pluginFolder()));
+    QCOMPARE(history(), kOldHistory);
+    QCOMPARE(leftDownloads(), expectedDownloads);
+
+    m_server.reset(); // nginx runs from the sandbox, so it would count as a launch under way
+    const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
+    QVERIFY(starts);
+    QCOMPARE(starts->size(), 1); // never launched after a failure
+    QCOMPARE(KVTestCompanion::isRunning(m_oldInstance), !companionStopped);
+}
+
+void EndToEndFailuresTest::runInProcess(KVUpdateHelper &engine, Run &run)
+{
+    engine.setHost(KVTestHost([this] { ++m_terminations; }));
+    std::optional<QList<KVINISectionPtr>> due;
+    engine.checkUpdateWithcompletionHandler([&](const QList<KVINISectionPtr> &sections, const KVError &error) {
+        QVERIFY2(error.isNull(), qPrintable(error.description()));
+        due = sections;
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(due.has_value(), 30000);
+    engine.updateWithSections(
+        *due,
+        [&](float fraction, const std::optional<QVariantMap> &info) {
+            run.reports.append({fraction, info});
+        },
+        [&](const QVariantMap &result, const KVError &error) {
+            run.result = result;
+            run.error = error;
+            run.completed = true;
+        });
+    QTRY_VERIFY_WITH_TIMEOUT(run.completed, 60000);
+    // The engine's last steps (the hand-over) follow the completion on its queue and need the
+    // main thread, so this one keeps turning its event loop until the queue is idle.
+    std::atomic<bool> idle = false;
+    engine.queue().async([&] { idle = true; });
+    QTRY_VERIFY_WITH_TIMEOUT(idle.load(), 30000);
+}
+
+void EndToEndFailuresTest::failedRunReportsFirstError()
+{
+    QFETCH(Fault, fault);
+    QFETCH(QString, domain);
+    QFETCH(qint64, code);
+    QFETCH(bool, companionStopped);
+    QFETCH(QStringList, downloadsLeft);
+    // Root writes wherever permissions forbid it; only a read-only mount stops it, and only root
+    // can mount.
+    if (fault == Fault::ReadOnlyApplications && ::geteuid() != 0)
+        QSKIP("a read-only applications folder needs root to mount it");
+    prepareFailure(fault);
+    if (QTest::currentTestFailed())
+        return;
+
+    KVUpdateHelper engine(m_server->manifestURL());
+    Run run;
+    runInProcess(engine, run);
+    if (QTest::currentTestFailed())
+        return;
+    QCOMPARE(run.error.domain(), domain);
+    QCOMPARE(run.error.code(), code);
+    QCOMPARE(run.result.value(QStringLiteral("error")).value<KVError>(), run.error);
+    QCOMPARE(namesOf(run.result.value(QStringLiteral("sections"))), kRunList);
+    QVERIFY(!run.reports.isEmpty());
+    QCOMPARE(run.reports.last().second.value_or(QVariantMap()),
+             QVariantMap({{QStringLiteral("error"), QVariant::fromValue(run.error)}}));
+    QCOMPARE(m_terminations, 0);
+    verifyOldInstallationKept(companionStopped, downloadsLeft);
+}
+
+void EndToEndFailuresTest::failedHeadlessRunKeepsOldInstallation()
+{
+    QFETCH(Fault, fault);
+    QFETCH(int, exitStatus);
+    QFETCH(QString, message);
+    QFETCH(bool, companionStopped);
+    QFETCH(QStringList, downloadsLeft);
+    // Root writes wherever permissions forbid it; only a read-only mount stops it, and only root
+    // can mount.
+    if (fault == Fault::ReadOnlyApplications && ::geteuid() != 0)
+        QSKIP("a read-only applications folder needs root to mount it");
+    prepareFailure(fault);
+    if (QTest::currentTestFailed())
+        return;
+
+    const KVTestInstaller::Outcome outcome = m_installer.run();
+    QVERIFY(outcome.finished);
+    QCOMPARE(outcome.exitStatus, exitStatus);
+    QVERIFY2(outcome.errors.contains("NestoraInstaller: " + message), qPrintable(outcome.errors));
+    QVERIFY2(outcome.output.contains("installing " + kRunList.join(", ") + '\n'), qPrintable(outcome.output));
+    verifyOldInstallationKept(companionStopped, downloadsLeft);
+}
+
+void EndToEndFailuresTest::weightedProgressOfTwoFiles()
+{
+    // Two files of 100 and 300 bytes are due; the application and the icons are current.
+    QVERIFY(m_server->addApplication(KVTestUpdateServer::releaseApplication));
+    QVERIFY(m_server->addDeviceXML(QStringLiteral("5"), "<devices/>" + QByteArray(90, ' ')));
+    QVERIFY(m_server->addDeviceIcons(QStringLiteral("3"), KVTestUpdateServer::releaseIcons));
+    QVERIFY(m_server->addSmartCards(QStringLiteral("7"), QByteArray(300, 'c')));
+    QString failure;
+    QVERIFY2(m_server->start(&failure), qPrintable(failure));
+    QVERIFY(installApplication(KVTestUpdateServer::releaseApplication));
+    QVERIFY(writeHistory({{QStringLiteral("Device_Icon"), QStringLiteral("3")}}));
+
+    KVUpdateHelper engine(m_server->manifestURL());
+    Run run;
+    runInProcess(engine, run);
+    if (QTest::currentTestFailed())
+        return;
+    QVERIFY2(run.error.isNull(), qPrintable(run.error.description()));
+
+    QList<float> fractions;
+    for (const auto &[fraction, info] : run.reports)
+        fractions << fraction;
+    QVERIFY2(std::is_sorted(fractions.cbegin(), fractions.cend()), qPrintable(QString::number(fractions.size())));
+    QVERIFY(fractions.contains(0.25f)); // the first file done
+    QCOMPARE(run.reports.last().first, 1.0f);
+    QCOMPARE(run.reports.last().second.value_or(QVariantMap()),
+             QVariantMap({{QStringLiteral("message"), KVLocalizedString(QStringLiteral("IDS_INSTALLER_COMPLETE"))}}));
+    // No smart-cards file was installed before, so every section counts as a first installation.
+    QVERIFY(namesOf(run.result.value(QStringLiteral("sections"))).isEmpty());
+    QCOMPARE(history().value(QStringLiteral("Smart_Cards")), QVariant(QStringLiteral("7")));
+    QCOMPARE(m_terminations, 1); // handed over
+    m_server.reset();            // nginx runs from the sandbox, so it would count as a launch under way
+    const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
+    QVERIFY(starts);
+    QCOMPARE(starts->size(), 1);
+}
+
+NESTORA_TEST_MAIN(EndToEndFailuresTest)
+#include "tst_endtoend_failures.moc"

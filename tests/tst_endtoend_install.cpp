@@ -1,0 +1,290 @@
+// The installer's headless mode end to end: a copy of the built installer updates the sandbox from
+// a real nginx serving a published manifest and real archives, then hands over to the sample
+// companion application. Also the terminal progress bar that this mode draws.
+
+#include "Installer/KVHeadlessDriver.h"
+#include "KVTestCompanion.h"
+#include "KVTestFiles.h"
+#include "KVTestInstallation.h"
+#include "KVTestInstaller.h"
+#include "KVTestSandbox.h"
+#include "KVTestUpdateServer.h"
+
+#include <QBuffer>
+#include <QProcess>
+
+#include <cmath>
+#include <memory>
+
+using namespace KVTestInstallation;
+
+namespace {
+using Snapshot = QMap<QString, QByteArray>;
+
+Snapshot releaseSnapshot(const QString &version)
+{
+    QTemporaryDir staging;
+    const QString bundle = staging.filePath(QStringLiteral("Nestora.app"));
+    return KVTestUpdateServer::makeApplication(bundle, version) ? snapshot(bundle) : Snapshot();
+}
+
+Snapshot iconsSnapshot()
+{
+    Snapshot icons{{QStringLiteral("."), "<folder>"}};
+    for (auto icon = KVTestUpdateServer::releaseIcons.cbegin(); icon != KVTestUpdateServer::releaseIcons.cend(); ++icon)
+        icons.insert(icon.key(), icon.value());
+    return icons;
+}
+
+// The history of an installation that is current with the served release.
+QVariantMap currentHistory()
+{
+    return {{QStringLiteral("Device_XML"), KVTestUpdateServer::releaseDeviceXML},
+            {QStringLiteral("Device_Icon"), KVTestUpdateServer::releaseDeviceIcons},
+            {QStringLiteral("Smart_Cards"), KVTestUpdateServer::releaseSmartCards}};
+}
+
+// Downloads that a run left in the temporary folder.
+QStringList leftDownloads()
+{
+    return QDir(KVTestSandbox::current().temporaryDirectory())
+        .entryList({QStringLiteral("keldran-vexa-*")}, QDir::Files);
+}
+} // namespace
+
+class EndToEndInstallTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void firstInstallation();
+    void updateOverOlderVersion();
+    void nothingDueLaunchesCompanion();
+    void refusesBadCommandLine_data();
+    void refusesBadCommandLine();
+    void progressBar_data();
+    void progressBar();
+
+private:
+    [[nodiscard]] bool startServer();
+    // The companion's starts once every launch has settled. nginx runs from the sandbox and would
+    // count as a launch under way, so the server stops first.
+    std::optional<QList<KVTestCompanion::Start>> settledStarts();
+    // The companion's start by the installer: the window origin (none headless), the launch date
+    // and, after an update run, the update date.
+    static void verifyHandOver(const KVTestCompanion::Start &start, bool afterUpdateRun);
+
+    std::unique_ptr<KVTestCompanion> m_companion;
+    std::unique_ptr<KVTestUpdateServer> m_server;
+    KVTestInstaller m_installer;
+};
+
+void EndToEndInstallTest::initTestCase()
+{
+    m_companion = std::make_unique<KVTestCompanion>();
+}
+
+void EndToEndInstallTest::init()
+{
+    KVTestSandbox::current().reset();
+    QVERIFY(m_installer.install());
+    m_server = std::make_unique<KVTestUpdateServer>();
+}
+
+void EndToEndInstallTest::cleanup()
+{
+    m_server.reset(); // first: nginx runs from the sandbox, so it counts as a launch under way
+    m_companion->stopAll();
+}
+
+bool EndToEndInstallTest::startServer()
+{
+    QString failure;
+    if (!m_server->start(&failure) || !m_server->writeTestServerFile()) {
+        qWarning("%s", qPrintable(failure));
+        return false;
+    }
+    return true;
+}
+
+std::optional<QList<KVTestCompanion::Start>> EndToEndInstallTest::settledStarts()
+{
+    m_server.reset();
+    return m_companion->settledStarts();
+}
+
+void EndToEndInstallTest::verifyHandOver(const KVTestCompanion::Start &start, bool afterUpdateRun)
+{
+    const QStringList &arguments = start.arguments;
+    QCOMPARE(arguments.mid(0, 4), QStringList({"-KVWindowOrigin", "0", "0", "-InstallerLaunchDate"}));
+    QVERIFY2(arguments.value(4).toDouble() > 1.6e9, qPrintable(arguments.join(' ')));
+    if (afterUpdateRun) {
+        QCOMPARE(arguments.size(), 7);
+        QCOMPARE(arguments.at(5), QStringLiteral("-InstallerUpdatedDate"));
+        QVERIFY(arguments.at(6).toDouble() >= arguments.at(4).toDouble());
+    } else {
+        QCOMPARE(arguments.size(), 5);
+    }
+}
+
+void EndToEndInstallTest::firstInstallation()
+{
+    QVERIFY(m_server->addNestoraRelease());
+    QVERIFY(startServer());
+
+    const KVTestInstaller::Outcome outcome = m_installer.run();
+    QVERIFY(outcome.finished);
+    QVERIFY2(outcome.exitStatus == KVHeadlessDriver::Succeeded, qPrintable(outcome.errors));
+    // The plug-in is published but never a candidate of a run.
+    QVERIFY2(outcome.output.contains("installing Mac_Application_2.2.0, Device_XML, Device_Icon, Smart_Cards\n"),
+             qPrintable(outcome.output));
+    QVERIFY(outcome.output.contains(" 100%  "));
+    QVERIFY(outcome.output.endsWith("Update complete; starting Nestora\n"));
+
+    QCOMPARE(snapshot(applicationPath()), releaseSnapshot(KVTestUpdateServer::releaseApplication));
+    // Well-formed XML is kept as its Base64 text.
+    QCOMPARE(KVTestFiles::readFile(devicesDataPath()), KVTestUpdateServer::releaseDevicesXMLText.toBase64());
+    QCOMPARE(snapshot(deviceIconsPath()), iconsSnapshot());
+    QCOMPARE(KVTestFiles::readFile(smartCardsPath()), KVTestUpdateServer::releaseSmartCardsText);
+    QVERIFY(!QFileInfo::exists(pluginFolder()));
+    QCOMPARE(history(), currentHistory());
+    QVERIFY(leftDownloads().isEmpty());
+
+    const std::optional<QList<KVTestCompanion::Start>> starts = settledStarts();
+    QVERIFY(starts);
+    QCOMPARE(starts->size(), 1);
+    verifyHandOver(starts->first(), true);
+}
+
+void EndToEndInstallTest::updateOverOlderVersion()
+{
+    QVERIFY(m_server->addNestoraRelease());
+    QVERIFY(startServer());
+    QVERIFY(installApplication(QStringLiteral("2.0.0")));
+    // Only the devices XML is behind among the data files; the others must stay as they are.
+    const QByteArray oldDevices = QByteArrayLiteral("PGRldmljZXMvPg==");
+    const QByteArray installedSmartCards = QByteArrayLiteral("{\"cards\": []}");
+    QVERIFY(installFile(devicesDataPath(), oldDevices));
+    QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
+    QVERIFY(installFile(smartCardsPath(), installedSmartCards));
+    QVariantMap oldHistory = currentHistory();
+    oldHistory.insert(QStringLiteral("Device_XML"), QStringLiteral("4"));
+    QVERIFY(writeHistory(oldHistory));
+    const Snapshot oldIcons = snapshot(deviceIconsPath());
+
+    QProcess::startDetached(applicationPath() + QStringLiteral("/Contents/MacOS/Nestora"), {"--old-instance"});
+    QTRY_COMPARE(m_companion->starts().size(), 1);
+    const qint64 oldInstance = m_companion->starts().first().processIdentifier;
+
+    const KVTestInstaller::Outcome outcome = m_installer.run();
+    QVERIFY(outcome.finished);
+    QVERIFY2(outcome.exitStatus == KVHeadlessDriver::Succeeded, qPrintable(outcome.errors));
+    QVERIFY2(outcome.output.contains("installing Mac_Application_2.2.0, Device_XML\n"), qPrintable(outcome.output));
+
+    QCOMPARE(snapshot(applicationPath()), releaseSnapshot(KVTestUpdateServer::releaseApplication));
+    QCOMPARE(KVTestFiles::readFile(devicesDataPath()), KVTestUpdateServer::releaseDevicesXMLText.toBase64());
+    QCOMPARE(snapshot(deviceIconsPath()), oldIcons);
+    QCOMPARE(KVTestFiles::readFile(smartCardsPath()), installedSmartCards);
+    QCOMPARE(history(), currentHistory());
+
+    const std::optional<QList<KVTestCompanion::Start>> starts = settledStarts();
+    QVERIFY(starts);
+    QCOMPARE(starts->size(), 2);
+    QVERIFY(!KVTestCompanion::isRunning(oldInstance));
+    QVERIFY(KVTestCompanion::isRunning(starts->last().processIdentifier));
+    verifyHandOver(starts->last(), true);
+}
+
+void EndToEndInstallTest::nothingDueLaunchesCompanion()
+{
+    QVERIFY(m_server->addNestoraRelease());
+    QVERIFY(startServer());
+    QVERIFY(installApplication(KVTestUpdateServer::releaseApplication));
+    QVERIFY(installFile(devicesDataPath(), KVTestUpdateServer::releaseDevicesXMLText.toBase64()));
+    QVERIFY(installFile(smartCardsPath(), KVTestUpdateServer::releaseSmartCardsText));
+    QVERIFY(writeHistory(currentHistory()));
+    const Snapshot installedApplication = snapshot(applicationPath());
+
+    const KVTestInstaller::Outcome outcome = m_installer.run();
+    QVERIFY(outcome.finished);
+    QVERIFY2(outcome.exitStatus == KVHeadlessDriver::Succeeded, qPrintable(outcome.errors));
+    QVERIFY(outcome.output.endsWith("Everything is up to date; starting Nestora\n"));
+    QCOMPARE(m_server->requestedPaths(), QStringList({"/manifest.ini"}));
+
+    const std::optional<QList<KVTestCompanion::Start>> starts = settledStarts();
+    QVERIFY(starts);
+    QCOMPARE(starts->size(), 1);
+    verifyHandOver(starts->first(), false);
+    QCOMPARE(snapshot(applicationPath()), installedApplication);
+    QCOMPARE(KVTestFiles::readFile(smartCardsPath()), KVTestUpdateServer::releaseSmartCardsText);
+    QCOMPARE(history(), currentHistory());
+}
+
+void EndToEndInstallTest::refusesBadCommandLine_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("licence not accepted")
+        << QStringList{"--headless"} << "the end-user licence agreement must be accepted";
+    QTest::newRow("unknown option") << QStringList{"--headless", "--accept-license", "--force"}
+                                    << "unknown argument \"--force\"";
+}
+
+void EndToEndInstallTest::refusesBadCommandLine()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, message);
+    QVERIFY(m_server->addNestoraRelease());
+    QVERIFY(startServer());
+
+    const KVTestInstaller::Outcome outcome = m_installer.run(arguments);
+    QVERIFY(outcome.finished);
+    QCOMPARE(outcome.exitStatus, int(KVHeadlessDriver::UsageError));
+    QVERIFY2(outcome.errors.contains(message), qPrintable(outcome.errors));
+    QVERIFY(outcome.errors.contains("Usage: NestoraInstaller --headless --accept-license"));
+    QVERIFY(m_server->requestedPaths().isEmpty());
+    QVERIFY(!QFileInfo::exists(applicationPath()));
+    QCOMPARE(settledStarts().value_or(QList<KVTestCompanion::Start>{{}}).size(), 0);
+}
+
+void EndToEndInstallTest::progressBar_data()
+{
+    QTest::addColumn<bool>("interactive");
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray empty = "[------------------------------]";
+    const QByteArray half = "[###############---------------]";
+    const QByteArray full = "[##############################]";
+    // On a terminal the line is redrawn only when its text changes; elsewhere a line is written per
+    // new message and per tenth of the way.
+    QTest::newRow("terminal") << true
+                              << "\r" + empty + "   0%  Downloading\x1b[K" + "\r" + half + "  50%  Downloading\x1b[K" +
+                                     "\r" + half + "  50%  Installing\x1b[K" + "\r" + full + " 100%  Installing\x1b[K" +
+                                     "\n";
+    QTest::newRow("log") << false
+                         << empty + "   0%  Downloading\n" + half + "  50%  Downloading\n" + half +
+                                "  50%  Installing\n" + full + " 100%  Installing\n";
+}
+
+void EndToEndInstallTest::progressBar()
+{
+    QFETCH(bool, interactive);
+    QFETCH(QByteArray, expected);
+    QBuffer output;
+    QVERIFY(output.open(QIODevice::WriteOnly));
+    KVTerminalProgressBar bar(&output, interactive);
+    bar.setProgress(std::nanf(""), QStringLiteral("Downloading")); // all sizes unknown
+    bar.setProgress(0.004f, QStringLiteral("Downloading"));
+    bar.setProgress(0.5f, QString()); // a report without a message keeps the last one
+    bar.setProgress(0.509f, QStringLiteral("Downloading"));
+    bar.setProgress(0.509f, QStringLiteral("Installing"));
+    bar.setProgress(1.3f, QString()); // a server that sent more than announced
+    bar.finish();
+    QCOMPARE(output.data(), expected);
+}
+
+NESTORA_TEST_MAIN(EndToEndInstallTest)
+#include "tst_endtoend_install.moc"
