@@ -2,6 +2,7 @@
 // administrator rights through a stand-in elevator, and the installer's own swap.
 
 #include "App/Model/KVPrivilegeHelper.h"
+#include "Core/Extensions/KVShellQuoting.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "KVLogCapture.h"
 #include "KVTestFiles.h"
@@ -95,7 +96,7 @@ public:
     QString liftCommand() const
     {
         return (m_mount ? QStringLiteral("umount -l ") : QStringLiteral("chmod 755 ")) +
-               KVPrivilegeHelper::shellQuoted(m_folder);
+               KVShellQuoting::singleQuoted(m_folder);
     }
 
 private:
@@ -506,8 +507,8 @@ void DeployTest::deployAppWithPrivilege()
     const QString script = m_resources + QStringLiteral("/Install.sh");
     const QString parent = QFileInfo(destination).absolutePath();
     QCOMPARE(QString::fromUtf8(readFile(record).split('\0').value(2)),
-             QStringList({KVPrivilegeHelper::shellQuoted(script), KVPrivilegeHelper::shellQuoted(destination),
-                          KVPrivilegeHelper::shellQuoted(item), KVPrivilegeHelper::shellQuoted(parent)})
+             QStringList({KVShellQuoting::singleQuoted(script), KVShellQuoting::singleQuoted(destination),
+                          KVShellQuoting::singleQuoted(item), KVShellQuoting::singleQuoted(parent)})
                  .join(QLatin1Char(' ')));
     QVERIFY(!QFileInfo::exists(sandbox().root() + QStringLiteral("/pwned")));
     QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1 with privilege").arg(destination)));

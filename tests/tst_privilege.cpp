@@ -1,6 +1,7 @@
 // Running a script as root through the elevating program, and the install script itself.
 
 #include "App/Model/KVPrivilegeHelper.h"
+#include "Core/Extensions/KVShellQuoting.h"
 #include "KVTestFiles.h"
 #include "KVTestSandbox.h"
 
@@ -95,7 +96,7 @@ void PrivilegeTest::argumentsRoundTrip()
     QString output;
     QString errorDescription;
     QVERIFY(KVPrivilegeHelper::runProcessAsAdministrator(
-        script, {KVPrivilegeHelper::shellQuoted(argument), KVPrivilegeHelper::shellQuoted(QStringLiteral("next"))},
+        script, {KVShellQuoting::singleQuoted(argument), KVShellQuoting::singleQuoted(QStringLiteral("next"))},
         &output, &errorDescription));
 
     QCOMPARE(output, argument + QChar(0) + QStringLiteral("next") + QChar(0));
@@ -130,7 +131,7 @@ void PrivilegeTest::commandLineHandedToTheElevator()
     QCOMPARE(recorded.size(), 4); // three arguments, each ended by a NUL
     QCOMPARE(recorded[0], QByteArray("/bin/sh"));
     QCOMPARE(recorded[1], QByteArray("-c"));
-    QCOMPARE(QString::fromUtf8(recorded[2]), KVPrivilegeHelper::shellQuoted(script) + expectedTail);
+    QCOMPARE(QString::fromUtf8(recorded[2]), KVShellQuoting::singleQuoted(script) + expectedTail);
 }
 
 void PrivilegeTest::outcome_data()

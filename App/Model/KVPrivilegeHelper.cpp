@@ -1,4 +1,5 @@
 #include "App/Model/KVPrivilegeHelper.h"
+#include "Core/Extensions/KVShellQuoting.h"
 
 #include <QMutex>
 #include <QProcess>
@@ -21,13 +22,6 @@ QString withoutFinalNewline(QString text)
 
 } // namespace
 
-QString KVPrivilegeHelper::shellQuoted(const QString &text)
-{
-    QString quoted = text;
-    quoted.replace(QLatin1Char('\''), QLatin1String("'\\''"));
-    return QLatin1Char('\'') + quoted + QLatin1Char('\'');
-}
-
 QString KVPrivilegeHelper::elevator()
 {
     QMutexLocker lock(&elevatorMutex);
@@ -47,7 +41,7 @@ bool KVPrivilegeHelper::runProcessAsAdministrator(const QString &scriptPath, con
                                                   QString *output, QString *errorDescription)
 {
     Q_ASSERT(output && errorDescription);
-    const QString commandLine = shellQuoted(scriptPath) + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
+    const QString commandLine = KVShellQuoting::singleQuoted(scriptPath) + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
 
     // The command line is one argument of its own: nothing between here and the shell re-parses it.
     QProcess process;

@@ -10,7 +10,7 @@ class KVPrivilegeHelper
 {
 public:
     // Runs the command line "'scriptPath' arguments..." with /bin/sh as root. The arguments must
-    // already be quoted for the shell (see shellQuoted). Answers true with the command's standard
+    // already be quoted for the shell (KVShellQuoting::singleQuoted). Answers true with the command's standard
     // output in *output when it succeeded. Otherwise answers false with *errorDescription set to
     // "The administrator password is required to do this." when the prompt was dismissed, else
     // the command's error output, or null when it wrote none; *output is then left untouched.
@@ -19,9 +19,6 @@ public:
     [[nodiscard]] static bool runProcessAsAdministrator(const QString &scriptPath, const QStringList &arguments,
                                                         QString *output, QString *errorDescription);
 
-    // The text in single quotes, so that the shell reads it back exactly whatever it contains
-    // (quotes, blanks, $, ;, newlines): each ' becomes '\''.
-    static QString shellQuoted(const QString &text);
 
     // The program that elevates: the one set with setElevator(), else $NESTORA_ELEVATOR, else
     // "pkexec". Tests substitute a stand-in that runs the command without elevation.

@@ -1,5 +1,6 @@
 #include "App/Model/KVPrivilegeHelper.h"
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVShellQuoting.h"
 #include "Core/Extensions/KVUUID.h"
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVBundle.h"
@@ -62,9 +63,9 @@ void recordInstallerVendor()
 KVError deployAppWithPrivilege(const QStringList &items, const QString &destination)
 {
     const QString script = KVBundle::mainBundle().resourcePath() + QStringLiteral("/Install.sh");
-    const QStringList arguments{KVPrivilegeHelper::shellQuoted(destination),
-                                KVPrivilegeHelper::shellQuoted(items.value(0)),
-                                KVPrivilegeHelper::shellQuoted(QFileInfo(destination).absolutePath())};
+    const QStringList arguments{KVShellQuoting::singleQuoted(destination),
+                                KVShellQuoting::singleQuoted(items.value(0)),
+                                KVShellQuoting::singleQuoted(QFileInfo(destination).absolutePath())};
     QString output;
     QString errorDescription;
     if (KVPrivilegeHelper::runProcessAsAdministrator(script, arguments, &output, &errorDescription))

@@ -12,12 +12,18 @@ bool isPlainCharacter(QChar character) {
 
 namespace KVShellQuoting {
 
-QString quoted(const QString &word) {
-    if (!word.isEmpty() && std::all_of(word.cbegin(), word.cend(), isPlainCharacter))
-        return word;
+QString singleQuoted(const QString &word)
+{
     QString result = word;
     result.replace(QLatin1Char('\''), QLatin1String("'\\''"));
     return QLatin1Char('\'') + result + QLatin1Char('\'');
+}
+
+QString quoted(const QString &word)
+{
+    if (!word.isEmpty() && std::all_of(word.cbegin(), word.cend(), isPlainCharacter))
+        return word;
+    return singleQuoted(word);
 }
 
 QString joined(const QStringList &words) {

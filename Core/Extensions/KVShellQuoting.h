@@ -7,9 +7,11 @@
 // with exactly its text, whatever it contains (blanks, quotes, "$(…)", ";", newlines).
 namespace KVShellQuoting {
 
+// The word in single quotes, each single quote inside written as '\''.
+QString singleQuoted(const QString &word);
+
 // The word itself when it holds only characters that no shell treats specially, so ordinary
-// arguments stay readable ("-a", "300", "/opt/Nestora.app"); otherwise the word in single quotes,
-// each single quote inside written as '\''.
+// arguments stay readable ("-a", "300", "/opt/Nestora.app"); otherwise singleQuoted(word).
 QString quoted(const QString &word);
 
 // The words quoted one by one and joined with single spaces.
