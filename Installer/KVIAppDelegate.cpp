@@ -16,7 +16,8 @@
 
 namespace {
 const QString kClassName = QStringLiteral("KVIAppDelegate");
-constexpr QSize kWindowSize(520, 360);
+// The size the installer's screen (KVIViewController) is drawn for.
+constexpr QSize kWindowSize(440, 220);
 
 // Linux has no global menu bar; a desktop panel along the top of the screen takes its place.
 KVIAppDelegate::ScreenMetrics primaryScreenMetrics() {

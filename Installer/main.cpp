@@ -1,7 +1,10 @@
+#include "App/Model/KVUpdateHelper.h"
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Logging/KVLog.h"
+#include "Installer/Controllers/KVIViewController.h"
 #include "Installer/KVHeadlessDriver.h"
 #include "Installer/KVIAppDelegate.h"
+#include "Installer/KVIView.h"
 #include "Platform/KVSingleInstance.h"
 
 #include <QApplication>
@@ -23,6 +26,9 @@ int main(int argc, char *argv[])
         return KVHeadlessDriver::exec(application->arguments());
 
     KVIAppDelegate delegate;
+    delegate.setContentFactory([](KVIWindow *window) {
+        return (new KVIViewController(KVUpdateHelper::sharedInstance(), window))->view();
+    });
     QObject::connect(&singleInstance, &KVSingleInstance::activationRequested, &delegate, [&delegate] {
         KVLogInfo("%@ brought to the front by a second start", QStringLiteral("KVIAppDelegate"));
         delegate.activate();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "App/Model/KVINI.h"
+#include "App/Model/KVUpdateEngine.h"
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Extensions/KVDispatch.h"
 
@@ -19,7 +20,7 @@
 //
 // The implementation is split by concern: set-up and manifest fetch here; section kinds and paths,
 // checks, transfers, deployment, runs and launching in KVUpdateHelper+*.cpp beside it.
-class KVUpdateHelper
+class KVUpdateHelper : public KVUpdateEngine
 {
 public:
     // ---- Set-up and manifest fetch ----------------------------------------------------------
@@ -30,7 +31,7 @@ public:
 
     // An empty URL takes "AppUpdateURL" from the main bundle's Info.plist.
     explicit KVUpdateHelper(const QUrl &updateURL);
-    ~KVUpdateHelper();
+    ~KVUpdateHelper() override;
     KVUpdateHelper(const KVUpdateHelper &) = delete;
     KVUpdateHelper &operator=(const KVUpdateHelper &) = delete;
 
@@ -82,9 +83,9 @@ public:
     // ---- Update checks (KVUpdateHelper+Checks.cpp) -------------------------------------------
 
     // Handler on the main thread, asynchronously: the installer release due, or null.
-    void checkInstallerUpdateWithcompletionHandler(std::function<void(KVINISectionPtr, KVError)> handler);
+    void checkInstallerUpdateWithcompletionHandler(std::function<void(KVINISectionPtr, KVError)> handler) override;
     // Handler on the main thread, synchronously; then, with nothing due and no error, launchApp().
-    void checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler);
+    void checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler) override;
     // Queue only.
     KVINISectionPtr checkInstallerUpdate();
     KVINISectionPtr checkAppUpdate();
@@ -124,9 +125,9 @@ public:
     // ---- Update runs (KVUpdateHelper+Run.cpp, KVUpdateHelper+SelfUpdate.cpp) -----------------
 
     void updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progressHandler,
-                            KVUpdateCompletionHandler completionHandler);
+                            KVUpdateCompletionHandler completionHandler) override;
     void updateInstaller(const KVINISectionPtr &section, KVProgressHandler progressHandler,
-                         KVUpdateCompletionHandler completionHandler);
+                         KVUpdateCompletionHandler completionHandler) override;
     void launchInstaller();
 
     // ---- Launching (KVUpdateHelper+Launch.cpp) -----------------------------------------------

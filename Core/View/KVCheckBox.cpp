@@ -67,16 +67,23 @@ void KVCheckBox::mouseReleaseEvent(QMouseEvent *event)
     m_pressed = false;
     // Like any platform button, the click counts only when released inside.
     if (rect().contains(event->position().toPoint()))
-        onHit();
+        completeClick();
     event->accept();
 }
 
 void KVCheckBox::keyPressEvent(QKeyEvent *event)
 {
     if (event->key() == Qt::Key_Space && !event->isAutoRepeat())
-        onHit();
+        completeClick();
     else
         QWidget::keyPressEvent(event);
+}
+
+void KVCheckBox::completeClick()
+{
+    Q_EMIT clicked();
+    if (m_togglesItself)
+        onHit();
 }
 
 KVAttributedTitle KVCheckBox::attributedTitle() const

@@ -33,12 +33,18 @@ public:
 
     // The action of a completed click: sets the opposite state.
     void onHit();
+    // Whether a completed click runs onHit(). An owner that decides the state itself turns this
+    // off and answers clicked() instead.
+    bool togglesItself() const { return m_togglesItself; }
+    void setTogglesItself(bool toggles) { m_togglesItself = toggles; }
 
     QSize sizeHint() const override;
 
 Q_SIGNALS:
     // Thread: main.
     void checkedChanged(bool checked);
+    // A completed click (or the space key), before the box toggles itself. Thread: main.
+    void clicked();
 
 protected:
     void paintEvent(QPaintEvent *event) override;
@@ -49,9 +55,11 @@ protected:
 private:
     KVAttributedTitle attributedTitle() const;
     KVImage currentImage() const;
+    void completeClick();
 
     bool m_checked = false;
     bool m_pressed = false;
+    bool m_togglesItself = true;
     QString m_checkedImage = QStringLiteral("IconCheckmark");
     QString m_unCheckedImage = QStringLiteral("IconCheckbox");
     QString m_title;

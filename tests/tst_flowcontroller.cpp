@@ -1,0 +1,777 @@
+// The installer's screen and its flow, driven by a scripted engine and by reachability
+// notifications posted as the network helper posts them: the steps, what each step shows, the
+// licence screen, the button row, the checking indicator and closing.
+
+#include "App/Model/KVNetworkHelper.h"
+#include "App/Model/KVUpdateEngine.h"
+#include "Core/Extensions/KVLocalizedString.h"
+#include "Core/Extensions/KVNotificationCenter.h"
+#include "Core/View/KVButton.h"
+#include "Core/View/KVCheckBox.h"
+#include "Core/View/KVIFont.h"
+#include "Core/View/KVPlainButtons.h"
+#include "Core/View/KVProgressIndicator.h"
+#include "Core/View/KVTextView.h"
+#include "Installer/Controllers/KVIAlertViewController.h"
+#include "Installer/Controllers/KVIViewController.h"
+#include "Installer/KVIImageView.h"
+#include "Installer/KVILinkTextView.h"
+#include "Installer/KVIView.h"
+#include "Installer/KVIWindow.h"
+#include "KVTestSandbox.h"
+#include "Platform/KVBundle.h"
+#include "Platform/KVUserDefaults.h"
+
+#include <QScrollArea>
+#include <QTimer>
+
+#include <memory>
+
+namespace {
+
+// An engine whose answers the test gives: each call is recorded with its handlers.
+class KVScriptedEngine : public KVUpdateEngine
+{
+public:
+    struct Run
+    {
+        QList<KVINISectionPtr> sections;
+        KVProgressHandler progress;
+        KVUpdateCompletionHandler completion;
+    };
+
+    void checkInstallerUpdateWithcompletionHandler(std::function<void(KVINISectionPtr, KVError)> handler) override
+    {
+        installerChecks.append(std::move(handler));
+    }
+    void updateInstaller(const KVINISectionPtr &section, KVProgressHandler progress,
+                         KVUpdateCompletionHandler completion) override
+    {
+        installerRuns.append({{section}, std::move(progress), std::move(completion)});
+    }
+    void checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler) override
+    {
+        checks.append(std::move(handler));
+    }
+    void updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progress,
+                            KVUpdateCompletionHandler completion) override
+    {
+        sectionRuns.append({sections, std::move(progress), std::move(completion)});
+    }
+
+    QList<std::function<void(KVINISectionPtr, KVError)>> installerChecks;
+    QList<Run> installerRuns;
+    QList<std::function<void(QList<KVINISectionPtr>, KVError)>> checks;
+    QList<Run> sectionRuns;
+};
+
+KVINISectionPtr section(const QString &name)
+{
+    return std::make_shared<KVINISection>(name);
+}
+
+const KVError kNoError;
+const KVError kUnreachableManifest(QStringLiteral("KVUpdateHelperErrorDomain"), 2);
+
+QString text(const char *key)
+{
+    return KVLocalizedString(QString::fromLatin1(key));
+}
+
+void postReachable()
+{
+    KVNotificationCenter::defaultCenter().post(KVNetworkReachableNotification);
+}
+
+void postNotReachable()
+{
+    KVNotificationCenter::defaultCenter().post(KVNetworkNotReachableNotification);
+}
+
+} // namespace
+
+class FlowControllerTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void waitsForTheNetwork();
+    void sectionUpdateWalksTheSteps();
+    void selfUpdateWalksTheSteps();
+    void nothingDueShowsAnEmptyText();
+    void checkErrorWaitsForTheNetwork();
+    void checkAfterContinueFailingStillRuns();
+    void reachableResumesTheStep_data();
+    void reachableResumesTheStep();
+    void notReachableShowsTheConnectionText_data();
+    void notReachableShowsTheConnectionText();
+    void doubleMonitorRunsHandlersTwice();
+    void runErrorText_data();
+    void runErrorText();
+    void firstErrorStays();
+    void checkboxRule_data();
+    void checkboxRule();
+    void licenceLayoutAndLinks();
+    void infoFrame_data();
+    void infoFrame();
+    void buttonWidths_data();
+    void buttonWidths();
+    void buttonRowIsCentred();
+    void checkingIndicatorFrames();
+    void closing_data();
+    void closing();
+    void screensAreTidy_data();
+    void screensAreTidy();
+
+private:
+    // Drives the flow to a step through the engine's answers.
+    void reachStep(quint64 step);
+    void tickAndContinue();
+    bool infoShows(const QString &expected, bool error) const;
+    bool licenceControlsHidden() const;
+
+    std::unique_ptr<KVIWindow> m_window;
+    std::unique_ptr<KVScriptedEngine> m_engine;
+    QPointer<KVIViewController> m_controller;
+    int m_monitorStarts = 0;
+    int m_terminations = 0;
+    QList<QUrl> m_openedURLs;
+    bool m_openSucceeds = true;
+};
+
+void FlowControllerTest::initTestCase()
+{
+    KVBundle::setMainBundlePath(QStringLiteral(NESTORA_BUILD_DIR "/NestoraInstaller.app"));
+    KVIFont::setFamilyOverride(QStringLiteral("Inter"));
+    KVSetLocalizationLanguage(QStringLiteral("en"));
+}
+
+void FlowControllerTest::init()
+{
+    KVTestSandbox::current().reset();
+    m_monitorStarts = m_terminations = 0;
+    m_openedURLs.clear();
+    m_openSucceeds = true;
+    m_engine = std::make_unique<KVScriptedEngine>();
+    m_window = std::make_unique<KVIWindow>();
+    m_window->resize(KVIViewController::viewSize);
+    m_controller = new KVIViewController(*m_engine, m_window.get(),
+                                         {.startNetworkMonitor = [this] { ++m_monitorStarts; },
+                                          .openURL =
+                                              [this](const QUrl &url) {
+                                                  m_openedURLs.append(url);
+                                                  return m_openSucceeds;
+                                              },
+                                          .terminateApplication = [this] { ++m_terminations; }});
+    m_window->setContentView(m_controller->view());
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+}
+
+void FlowControllerTest::cleanup()
+{
+    m_window.reset(); // the window owns the view, which owns the controller
+    QVERIFY(!m_controller);
+    m_engine.reset();
+}
+
+void FlowControllerTest::reachStep(quint64 step)
+{
+    postReachable();
+    if (step == 0)
+        return;
+    m_engine->installerChecks.takeLast()(nullptr, kNoError);
+    if (step == 1) {
+        m_engine->checks.takeLast()({}, kNoError);
+        return;
+    }
+    m_engine->checks.takeLast()({section("Mac_Application_2.2.0"), section("Device_XML")}, kNoError);
+    if (step == 4)
+        return;
+    tickAndContinue();
+    m_engine->checks.takeLast()({section("Mac_Application_2.2.0"), section("Device_XML")}, kNoError);
+    if (step == 5)
+        return;
+    m_engine->sectionRuns.last().progress(0.25f, QVariantMap{{"message", text("IDS_INSTALLER_DOWNLOADING")}});
+    if (step == 6)
+        return;
+    m_engine->sectionRuns.last().completion({}, kNoError);
+}
+
+void FlowControllerTest::tickAndContinue()
+{
+    QTest::mouseClick(m_controller->licenseAgreementCheckbox(), Qt::LeftButton);
+    QVERIFY(m_controller->continueButton()->isEnabled());
+    QTest::mouseClick(m_controller->continueButton(), Qt::LeftButton);
+    // The button fires once the click has been handled.
+    QTRY_VERIFY(!m_controller->continueButton()->isVisible());
+    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
+}
+
+bool FlowControllerTest::infoShows(const QString &expected, bool error) const
+{
+    const KVTextView *info = m_controller->infoTextView();
+    const QColor colour = error ? QColor(229, 76, 85) : QColor(74, 74, 74);
+    return m_controller->infoScrollView()->isVisible() && info->string() == expected &&
+           info->attributes().foregroundColor == colour && m_controller->hasError() == error;
+}
+
+bool FlowControllerTest::licenceControlsHidden() const
+{
+    return !m_controller->continueButton()->isVisible() && !m_controller->cancelButton()->isVisible() &&
+           !m_controller->licenseAgreementCheckbox()->isVisible() && !m_controller->licenseScrollView()->isVisible();
+}
+
+void FlowControllerTest::waitsForTheNetwork()
+{
+    QCOMPARE(m_monitorStarts, 1);
+    QVERIFY(infoShows(text("IDS_INSTALLER_CHECK_INTERNET"), false));
+    QVERIFY(!m_controller->checkingIndicator()->isVisible());
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+    QVERIFY(licenceControlsHidden());
+    QTest::qWait(50);
+    QVERIFY(m_engine->installerChecks.isEmpty());
+    QCOMPARE(m_controller->updateStep(), quint64(0));
+
+    postReachable();
+    QCOMPARE(m_engine->installerChecks.size(), 1);
+    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
+}
+
+void FlowControllerTest::sectionUpdateWalksTheSteps()
+{
+    reachStep(0);
+    m_engine->installerChecks.takeLast()(nullptr, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(1));
+    QCOMPARE(m_engine->checks.size(), 1);
+
+    const QList<KVINISectionPtr> due{section("Mac_Application_2.2.0"), section("Smart_Cards")};
+    m_engine->checks.takeLast()(due, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(4));
+    QVERIFY(!m_controller->infoScrollView()->isVisible());
+    QVERIFY(m_controller->continueButton()->isVisible());
+    QVERIFY(!m_controller->continueButton()->isEnabled());
+    QVERIFY(m_controller->cancelButton()->isVisible());
+    QVERIFY(m_controller->licenseAgreementCheckbox()->isVisible());
+    QVERIFY(!m_controller->licenseAgreementCheckbox()->checked());
+    QVERIFY(m_controller->licenseScrollView()->isVisible());
+
+    tickAndContinue();
+    QVERIFY(licenceControlsHidden());
+    QCOMPARE(m_engine->checks.size(), 1);
+    m_engine->checks.takeLast()(due, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(5));
+    QCOMPARE(m_engine->sectionRuns.size(), 1);
+    QCOMPARE(m_engine->sectionRuns.last().sections, due);
+
+    m_engine->sectionRuns.last().progress(0.4f, QVariantMap{{"message", text("IDS_INSTALLER_INSTALLING")}});
+    QCOMPARE(m_controller->updateStep(), quint64(6));
+    QVERIFY(m_controller->progressIndicator()->isVisible());
+    QCOMPARE(m_controller->progressIndicator()->doubleValue(), double(0.4f));
+    QVERIFY(infoShows(text("IDS_INSTALLER_INSTALLING"), false));
+    // A report without a message keeps the last one.
+    m_engine->sectionRuns.last().progress(0.6f, std::nullopt);
+    QVERIFY(infoShows(text("IDS_INSTALLER_INSTALLING"), false));
+
+    QVERIFY(!KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
+    m_engine->sectionRuns.last().completion({}, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(7));
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+    QVERIFY(!m_controller->checkingIndicator()->isVisible());
+    QVERIFY(infoShows(text("IDS_INSTALLER_COMPLETE"), false));
+    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
+}
+
+void FlowControllerTest::selfUpdateWalksTheSteps()
+{
+    reachStep(0);
+    const KVINISectionPtr installer = section("Installer_1.1.0");
+    m_engine->installerChecks.takeLast()(installer, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(1));
+    QCOMPARE(m_engine->installerRuns.size(), 1);
+    QCOMPARE(m_engine->installerRuns.last().sections.first(), installer);
+    QVERIFY(m_engine->checks.isEmpty());
+    QVERIFY(m_controller->progressIndicator()->isVisible());
+
+    m_engine->installerRuns.last().progress(0.5f, QVariantMap{{"message", text("IDS_INSTALLER_UPDATING")}});
+    QCOMPARE(m_controller->updateStep(), quint64(2));
+    QCOMPARE(m_controller->progressIndicator()->doubleValue(), 0.5);
+    QVERIFY(infoShows(text("IDS_INSTALLER_UPDATING"), false));
+
+    m_engine->installerRuns.last().completion({}, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(3));
+    QVERIFY(infoShows(text("IDS_INSTALLER_COMPLETE"), false));
+    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
+}
+
+void FlowControllerTest::nothingDueShowsAnEmptyText()
+{
+    reachStep(1);
+    QCOMPARE(m_controller->updateStep(), quint64(1));
+    QVERIFY(infoShows(QStringLiteral(""), false));
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+    QVERIFY(!m_controller->checkingIndicator()->isVisible());
+    QVERIFY(licenceControlsHidden());
+    QVERIFY(m_engine->sectionRuns.isEmpty());
+}
+
+void FlowControllerTest::checkErrorWaitsForTheNetwork()
+{
+    reachStep(0);
+    m_engine->installerChecks.takeLast()(nullptr, kUnreachableManifest);
+    QCOMPARE(m_controller->updateStep(), quint64(0));
+    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+    QVERIFY(m_controller->checkingIndicator()->isVisible());
+    QVERIFY(m_controller->checkingIndicatorTimer());
+
+    // The deliverables check fails the same way.
+    postReachable();
+    m_engine->installerChecks.takeLast()(nullptr, kNoError);
+    m_engine->checks.takeLast()({section("Device_XML")}, kUnreachableManifest);
+    QCOMPARE(m_controller->updateStep(), quint64(1));
+    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+
+    postReachable();
+    QCOMPARE(m_engine->installerChecks.size(), 1);
+    QCOMPARE(m_controller->updateStep(), quint64(0));
+    QVERIFY(!m_controller->checkingIndicator()->isVisible());
+}
+
+void FlowControllerTest::checkAfterContinueFailingStillRuns()
+{
+    reachStep(4);
+    tickAndContinue();
+    m_engine->checks.takeLast()({}, kUnreachableManifest);
+    QCOMPARE(m_controller->updateStep(), quint64(5));
+    QCOMPARE(m_engine->sectionRuns.size(), 1);
+    QVERIFY(m_engine->sectionRuns.last().sections.isEmpty());
+}
+
+void FlowControllerTest::reachableResumesTheStep_data()
+{
+    QTest::addColumn<quint64>("step");
+    QTest::addColumn<int>("installerChecks");
+    QTest::addColumn<int>("checks");
+    QTest::addColumn<quint64>("stepAfter");
+
+    QTest::newRow("0 checking") << quint64(0) << 1 << 0 << quint64(0);
+    QTest::newRow("1 nothing due") << quint64(1) << 1 << 0 << quint64(0);
+    QTest::newRow("6 running") << quint64(6) << 0 << 1 << quint64(6);
+    QTest::newRow("7 complete") << quint64(7) << 0 << 1 << quint64(7);
+}
+
+void FlowControllerTest::reachableResumesTheStep()
+{
+    QFETCH(quint64, step);
+    QFETCH(int, installerChecks);
+    QFETCH(int, checks);
+    QFETCH(quint64, stepAfter);
+
+    reachStep(step);
+    QCOMPARE(m_controller->updateStep(), step);
+    m_engine->installerChecks.clear();
+    m_engine->checks.clear();
+
+    postReachable();
+    QCOMPARE(m_engine->installerChecks.size(), installerChecks);
+    QCOMPARE(m_engine->checks.size(), checks);
+    QCOMPARE(m_controller->updateStep(), stepAfter);
+    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+
+    if (checks) {
+        // A new deliverables check and run follow, and the step goes back to 5.
+        const int runs = int(m_engine->sectionRuns.size());
+        m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
+        QCOMPARE(m_controller->updateStep(), quint64(5));
+        QCOMPARE(m_engine->sectionRuns.size(), runs + 1);
+    }
+}
+
+void FlowControllerTest::notReachableShowsTheConnectionText_data()
+{
+    QTest::addColumn<quint64>("step");
+    QTest::newRow("0 checking") << quint64(0);
+    QTest::newRow("1 nothing due") << quint64(1);
+    QTest::newRow("6 running") << quint64(6);
+    QTest::newRow("7 complete") << quint64(7);
+}
+
+void FlowControllerTest::notReachableShowsTheConnectionText()
+{
+    QFETCH(quint64, step);
+    reachStep(step);
+
+    postNotReachable();
+    QCOMPARE(m_controller->updateStep(), step);
+    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+    QVERIFY(m_controller->checkingIndicator()->isVisible());
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+    QVERIFY(licenceControlsHidden());
+    // Animated: the frames move on by themselves.
+    const QString frame = m_controller->checkingIndicator()->image().name();
+    QTRY_VERIFY(m_controller->checkingIndicator()->image().name() != frame);
+
+    postReachable();
+    QVERIFY(!m_controller->checkingIndicator()->isVisible());
+    QVERIFY(!m_controller->checkingIndicatorTimer());
+}
+
+void FlowControllerTest::doubleMonitorRunsHandlersTwice()
+{
+    // While the licence is shown the monitor is off: nothing moves.
+    reachStep(4);
+    postNotReachable();
+    QVERIFY(m_controller->licenseScrollView()->isVisible());
+    QVERIFY(!m_controller->hasError());
+
+    // Continue observes again; a second add observes twice.
+    tickAndContinue();
+    m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(5));
+    m_controller->addNetworkMonitor();
+    m_engine->checks.clear();
+    postReachable();
+    QCOMPARE(m_engine->checks.size(), 2);
+
+    // After the licence is shown again the observers are gone, however many there were.
+    m_controller->showEULA();
+    postReachable();
+    QCOMPARE(m_engine->checks.size(), 2);
+}
+
+void FlowControllerTest::runErrorText_data()
+{
+    QTest::addColumn<QString>("domain");
+    QTest::addColumn<qint64>("code");
+    QTest::addColumn<bool>("connection");
+    QTest::newRow("download failed (URL domain, 2)") << QStringLiteral("NSURLErrorDomain") << qint64(2) << true;
+    QTest::newRow("manifest unavailable (2)") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(2) << true;
+    QTest::newRow("MD5 mismatch (1)") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false;
+    QTest::newRow("privileged deployment (-1)") << QStringLiteral("") << qint64(-1) << false;
+}
+
+void FlowControllerTest::runErrorText()
+{
+    QFETCH(QString, domain);
+    QFETCH(qint64, code);
+    QFETCH(bool, connection);
+
+    reachStep(6);
+    m_engine->sectionRuns.last().completion({}, KVError(domain, code));
+    QCOMPARE(m_controller->updateStep(), quint64(6));
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+    QCOMPARE(m_controller->checkingIndicator()->isVisible(), connection);
+    // The installer's bundle name, twice.
+    const QString expected =
+        connection ? text("IDS_INSTALLER_ERROR_CONNECT")
+                   : QStringLiteral("NestoraInstaller could not be installed. Please try again later, or download "
+                                    "NestoraInstaller from our website.");
+    QVERIFY2(infoShows(expected, true), qPrintable(m_controller->infoTextView()->string()));
+    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
+}
+
+void FlowControllerTest::firstErrorStays()
+{
+    reachStep(6);
+    postNotReachable();
+    m_engine->sectionRuns.last().completion({}, KVError(QStringLiteral("KVUpdateHelperErrorDomain"), 1));
+    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
+}
+
+void FlowControllerTest::checkboxRule_data()
+{
+    QTest::addColumn<int>("clicks");
+    QTest::addColumn<bool>("enabled");
+    QTest::newRow("none") << 0 << false;
+    QTest::newRow("ticked") << 1 << true;
+    QTest::newRow("ticked and unticked") << 2 << false;
+    QTest::newRow("ticked and unticked twice") << 4 << false;
+    QTest::newRow("ticked again") << 5 << true;
+}
+
+void FlowControllerTest::checkboxRule()
+{
+    QFETCH(int, clicks);
+    QFETCH(bool, enabled);
+
+    reachStep(4);
+    QSignalSpy changes(m_controller->licenseAgreementCheckbox(), &KVCheckBox::checkedChanged);
+    for (int i = 0; i < clicks; ++i)
+        QTest::mouseClick(m_controller->licenseAgreementCheckbox(), Qt::LeftButton);
+    // The box toggles once per click, by the controller's hand alone.
+    QCOMPARE(changes.size(), clicks);
+    QCOMPARE(m_controller->licenseAgreementCheckbox()->checked(), enabled);
+    QCOMPARE(m_controller->continueButton()->isEnabled(), enabled);
+
+    // A reachable notification in step 4 re-shows the licence: unticked, Continue disabled.
+    m_controller->addNetworkMonitor();
+    postReachable();
+    QCOMPARE(m_controller->updateStep(), quint64(4));
+    QVERIFY(!m_controller->licenseAgreementCheckbox()->checked());
+    QVERIFY(!m_controller->continueButton()->isEnabled());
+    QVERIFY(m_engine->installerChecks.isEmpty());
+}
+
+void FlowControllerTest::licenceLayoutAndLinks()
+{
+    reachStep(4);
+    const QRectF continueFrame = m_controller->frameOf(m_controller->continueButton());
+    const QRectF licence = m_controller->frameOf(m_controller->licenseScrollView());
+    const KVILinkTextView *textView = m_controller->licenseTextView();
+    const double textHeight =
+        KVTextMeasure::heightWithString(textView->string(), KVIFont::regular12(), licence.width());
+    // Frames lie on whole pixels: each edge within a pixel of the rule.
+    QCOMPARE(licence.y(), continueFrame.y() + continueFrame.height() + 27);
+    QVERIFY2(std::abs(licence.height() - textHeight) <= 1, qPrintable(QString::number(textHeight)));
+    QVERIFY(textHeight > 20); // the sentence wraps onto a second line
+    const QRectF box = m_controller->frameOf(m_controller->licenseAgreementCheckbox());
+    QCOMPARE(box.x(), 40.0);
+    QVERIFY(std::abs(box.y() + box.height() - (licence.y() + textHeight - 2)) <= 1);
+
+    const QString terms = text("IDS_TERMS");
+    QCOMPARE(textView->string(), QStringLiteral("I have read and accept the Terms and Conditions, the Privacy Policy "
+                                                "and the End User License Agreement."));
+    const QList<KVILinkTextView::Link> links = textView->links();
+    QCOMPARE(links.size(), 3);
+    const QStringList expected{"https://" NESTORA_VENDOR_SITE "/legal-privacy/terms-and-conditions/",
+                               "https://" NESTORA_VENDOR_SITE "/legal-privacy/",
+                               "https://" NESTORA_VENDOR_SITE "/legal-privacy/end-user-license-agreement/"};
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(links[i].url.toString(), expected[i]);
+        QCOMPARE(links[i].location,
+                 textView->string().indexOf(QStringList{terms, text("IDS_PRIVACY"), text("IDS_EULA")}[i]));
+    }
+
+    // A real click on a link opens it; a failed opening is only reported.
+    QTest::mouseClick(m_controller->licenseTextView(), Qt::LeftButton, {},
+                      textView->firstCharacterRect(links[2]).center().toPoint());
+    QCOMPARE(m_openedURLs, QList<QUrl>{links[2].url});
+    QVERIFY(!m_controller->textView(m_controller->licenseTextView(), QUrl(), 0));
+    m_openSucceeds = false;
+    QVERIFY(!m_controller->textView(m_controller->licenseTextView(), links[0].url, 0));
+
+    m_controller->licenseAgreementDidClick();
+    QCOMPARE(m_openedURLs.last().toString(), "http://" NESTORA_VENDOR_SITE "/legal-privacy/end-user-license-agreement");
+}
+
+void FlowControllerTest::infoFrame_data()
+{
+    QTest::addColumn<QString>("info");
+    QTest::addColumn<bool>("error");
+    QTest::newRow("one line") << text("CHECKING_UPDATE") << false;
+    QTest::newRow("error") << text("IDS_INSTALLER_ERROR_CONNECT") << true;
+    QTest::newRow("taller than the room above the bar") << QString(40, QChar(u'x')).append(' ').repeated(20) << false;
+}
+
+void FlowControllerTest::infoFrame()
+{
+    QFETCH(QString, info);
+    QFETCH(bool, error);
+
+    m_controller->displayInfo(info, error);
+    const QRectF progress = m_controller->frameOf(m_controller->progressIndicator());
+    const QRectF frame = m_controller->frameOf(m_controller->infoScrollView());
+    const double width = KVIViewController::viewSize.width() - 80;
+    const double y = progress.y() + progress.height() + 24;
+    const double textHeight = KVTextMeasure::heightWithString(info, m_controller->infoTextView()->attributes(), width);
+    QCOMPARE(m_controller->infoTextView()->attributes().lineSpacing, 8.0);
+    QCOMPARE(m_controller->infoTextView()->attributes().alignment, Qt::AlignHCenter);
+    const double height = std::min(KVIViewController::viewSize.height() - y, textHeight);
+    QCOMPARE(frame.topLeft(), QPointF(40, y));
+    QCOMPARE(frame.width(), width);
+    QVERIFY2(std::abs(frame.height() - height) <= 1, qPrintable(QString::number(height)));
+}
+
+void FlowControllerTest::buttonWidths_data()
+{
+    QTest::addColumn<double>("titleWidth");
+    QTest::addColumn<double>("width");
+    QTest::addColumn<bool>("clipped");
+    QTest::newRow("94") << 94.0 << 130.0 << false;
+    QTest::newRow("94.4 rounds down") << 94.4 << 130.0 << false;
+    QTest::newRow("100") << 100.0 << 136.0 << false;
+    QTest::newRow("114") << 114.0 << 150.0 << false;
+    QTest::newRow("114.4") << 114.4 << 150.0 << false;
+    QTest::newRow("114.5 rounds up") << 114.5 << 150.0 << true;
+    QTest::newRow("115") << 115.0 << 150.0 << true;
+    QTest::newRow("300") << 300.0 << 150.0 << true;
+}
+
+void FlowControllerTest::buttonWidths()
+{
+    QFETCH(double, titleWidth);
+    QFETCH(double, width);
+    QFETCH(bool, clipped);
+    const KVIViewController::ButtonWidth result = KVIViewController::buttonWidthForTitleWidth(titleWidth);
+    QCOMPARE(result.width, width);
+    QCOMPARE(result.clipped, clipped);
+}
+
+void FlowControllerTest::buttonRowIsCentred()
+{
+    KVButton *continueButton = m_controller->continueButton();
+    KVButton *cancelButton = m_controller->cancelButton();
+    const QString longTitle = QStringLiteral("Continue with the installation now");
+    continueButton->setTitle(longTitle);
+    m_controller->viewDidLayout();
+
+    const QRectF continueFrame = m_controller->frameOf(continueButton);
+    const QRectF cancelFrame = m_controller->frameOf(cancelButton);
+    QCOMPARE(continueFrame.width(), 150.0);
+    QCOMPARE(continueButton->toolTip(), longTitle);
+    QCOMPARE(cancelFrame.width(), 130.0);
+    QVERIFY(cancelButton->toolTip().isEmpty());
+    QCOMPARE(continueFrame.left() - cancelFrame.right(), 24.0);
+    QCOMPARE(cancelFrame.left(), KVIViewController::viewSize.width() - continueFrame.right());
+    QCOMPARE(continueFrame.y(), cancelFrame.y());
+}
+
+void FlowControllerTest::checkingIndicatorFrames()
+{
+    KVIImageView *indicator = m_controller->checkingIndicator();
+    m_controller->displayCheckingIndicator(true);
+    QTimer *timer = m_controller->checkingIndicatorTimer();
+    QVERIFY(timer);
+    QCOMPARE(timer->interval(), 40);
+    QVERIFY(timer->isActive());
+    // Fired once at once.
+    QCOMPARE(indicator->image().name(), QStringLiteral("installer progress  1"));
+    // Showing again starts no second timer.
+    m_controller->displayCheckingIndicator(true);
+    QCOMPARE(m_controller->checkingIndicatorTimer(), timer);
+    timer->stop(); // the ticks below are the test's
+
+    int frames = 1;
+    while (!KVImage::named(QStringLiteral("installer progress  %1").arg(frames + 1)).isNull()) {
+        m_controller->updateIndicator();
+        ++frames;
+        QCOMPARE(indicator->image().name(), QStringLiteral("installer progress  %1").arg(frames));
+    }
+    QVERIFY(frames > 1);
+    // One blank tick after the last frame, then frame 1 again.
+    m_controller->updateIndicator();
+    QVERIFY(indicator->image().isNull());
+    m_controller->updateIndicator();
+    QCOMPARE(indicator->image().name(), QStringLiteral("installer progress  1"));
+
+    m_controller->displayCheckingIndicator(false);
+    QVERIFY(!m_controller->checkingIndicatorTimer());
+    QVERIFY(!indicator->isVisible());
+}
+
+void FlowControllerTest::closing_data()
+{
+    QTest::addColumn<quint64>("step");
+    QTest::addColumn<bool>("asks");
+    QTest::newRow("0 checking") << quint64(0) << true;
+    QTest::newRow("4 licence") << quint64(4) << true;
+    QTest::newRow("6 running") << quint64(6) << true;
+    QTest::newRow("7 complete") << quint64(7) << false;
+}
+
+void FlowControllerTest::closing()
+{
+    QFETCH(quint64, step);
+    QFETCH(bool, asks);
+
+    reachStep(step);
+    QTest::mouseClick(m_controller->closeButton(), Qt::LeftButton);
+    if (!asks) {
+        QTRY_COMPARE(m_terminations, 1);
+        QVERIFY(!m_controller->alert());
+        return;
+    }
+    QTRY_VERIFY(m_controller->alert());
+    KVIAlertViewController *alert = m_controller->alert();
+    QCOMPARE(m_window->popupView(), alert->view());
+    QCOMPARE(alert->informativeText(), text("IDS_INSTALLER_EXIT_OR_NOT"));
+    QVERIFY(alert->messageText().isNull());
+    QCOMPARE(alert->defaultButton()->title(), text("IDS_INSTALLER_RESUME"));
+    QCOMPARE(alert->alternateButton()->title(), text("IDS_CANCEL"));
+    QCOMPARE(m_terminations, 0);
+
+    // The dialog does not pause the engine: a run's progress still moves the screen.
+    if (step == 6) {
+        m_engine->sectionRuns.last().progress(0.8f, std::nullopt);
+        QCOMPARE(m_controller->progressIndicator()->doubleValue(), double(0.8f));
+    }
+
+    // Resume: the dialog goes, the installer stays.
+    QTest::mouseClick(alert->defaultButton(), Qt::LeftButton);
+    QTRY_VERIFY(!m_controller->alert());
+    QVERIFY(!m_window->popupView());
+    QCOMPARE(m_terminations, 0);
+
+    // Quit, from the cancel button where there is one.
+    if (m_controller->cancelButton()->isVisible())
+        QTest::mouseClick(m_controller->cancelButton(), Qt::LeftButton);
+    else
+        m_controller->closeButtonDidClick();
+    QTRY_VERIFY(m_controller->alert());
+    QTest::mouseClick(m_controller->alert()->alternateButton(), Qt::LeftButton);
+    QTRY_COMPARE(m_terminations, 1);
+    QVERIFY(!m_controller->alert());
+}
+
+void FlowControllerTest::screensAreTidy_data()
+{
+    QTest::addColumn<QString>("screen");
+    for (const char *screen : {"waiting", "checking", "licence", "progress", "complete", "offline", "failed"})
+        QTest::newRow(screen) << QString::fromLatin1(screen);
+}
+
+// Every screen keeps its controls inside the view, clear of each other and of the window buttons.
+// With NESTORA_SCREENSHOT_DIR set, each screen is also saved there as <screen>.png to be looked at.
+void FlowControllerTest::screensAreTidy()
+{
+    QFETCH(QString, screen);
+    if (screen == "checking")
+        reachStep(0);
+    else if (screen == "licence")
+        reachStep(4);
+    else if (screen == "progress")
+        reachStep(6);
+    else if (screen == "complete")
+        reachStep(7);
+    else if (screen == "offline")
+        postNotReachable();
+    else if (screen == "failed") {
+        reachStep(6);
+        m_engine->sectionRuns.last().completion({}, KVError(QStringLiteral("KVUpdateHelperErrorDomain"), 1));
+    }
+
+    QList<QWidget *> shown;
+    const QList<QWidget *> outlets{
+        m_controller->infoScrollView(),    m_controller->licenseScrollView(), m_controller->licenseAgreementCheckbox(),
+        m_controller->continueButton(),    m_controller->cancelButton(),      m_controller->progressIndicator(),
+        m_controller->checkingIndicator(), m_controller->minimizeButton(),    m_controller->closeButton()};
+    for (QWidget *outlet : outlets) {
+        if (outlet->isVisible())
+            shown.append(outlet);
+    }
+    const QRect bounds = m_controller->view()->rect();
+    for (int i = 0; i < shown.size(); ++i) {
+        QVERIFY2(bounds.contains(shown[i]->geometry()), shown[i]->metaObject()->className());
+        for (int j = i + 1; j < shown.size(); ++j) {
+            QVERIFY2(!shown[i]->geometry().intersects(shown[j]->geometry()),
+                     qPrintable(QStringLiteral("%1 overlaps %2")
+                                    .arg(shown[i]->metaObject()->className(), shown[j]->metaObject()->className())));
+        }
+    }
+
+    const QString folder = qEnvironmentVariable("NESTORA_SCREENSHOT_DIR");
+    if (!folder.isEmpty()) {
+        QTest::qWait(100); // a frame or two of the animations
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(m_window->grab().save(folder + QStringLiteral("/%1.png").arg(screen)));
+    }
+}
+
+NESTORA_TEST_MAIN(FlowControllerTest)
+#include "tst_flowcontroller.moc"
