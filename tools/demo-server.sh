@@ -4,6 +4,9 @@
 #   tools/demo-server.sh start <docroot> <port> [state-dir]
 #   tools/demo-server.sh stop  <docroot> <port> [state-dir]
 #
+# NESTORA_DEMO_SERVER_DIRECTIVES, when set, is added to the server block as it stands (for example
+# "limit_rate 1m;" to make downloads take long enough to watch).
+#
 # nginx runs as the current user. Its configuration, pid file, logs and temporary folders live in
 # the state folder (default: ${TMPDIR:-/tmp}/nestora-demo-server-<port>); nothing under /etc/nginx
 # or /var is read or written.
@@ -58,6 +61,7 @@ http {
     server {
         listen 127.0.0.1:$port;
         root "$docroot";
+        ${NESTORA_DEMO_SERVER_DIRECTIVES:-}
     }
 }
 CONF

@@ -10,6 +10,7 @@ packages=(
   libspdlog-dev libfmt-dev libplist-dev
   unzip zip nginx-light xvfb xauth pkexec procps ccache curl time
   fonts-inter fontconfig
+  xdotool x11-utils imagemagick
 )
 
 missing=()
