@@ -116,7 +116,8 @@ fi
 say "What the installer did"
 for _ in $(seq 50); do [[ -s $NESTORA_COMPANION_RECORD ]] && break; sleep 0.2; done
 echo "Companion application: $(ls -d "$NESTORA_APPLICATIONS_DIR"/Nestora.app 2>/dev/null || echo 'not installed')"
-echo "Data files: $(cd "$XDG_DATA_HOME" 2>/dev/null && find . -type f -newer "$HOME/Downloads/TestServerForVexa.txt" | grep -v InstallerLog | sort | tr '\n' ' ')"
+echo "Data files and history:"
+(cd "$XDG_DATA_HOME" && find Nestora -mindepth 1 -maxdepth 2 -not -path '*/InstallerLog*' | sort | sed 's/^/  /')
 echo "Companion starts (pid and arguments):"
 cat "$NESTORA_COMPANION_RECORD" 2>/dev/null || echo "  none recorded"
 # The companion application stays running, as it would for a user; stop it with the demo.
