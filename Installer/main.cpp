@@ -20,7 +20,9 @@ int main(int argc, char *argv[])
 
     qInfo("killApplication");
     KVSingleInstance singleInstance(KVInstallerBundleIdentifier);
-    if (!singleInstance.becomePrimaryOrActivateOther())
+    // The relaunch after a self-update is the one start that carries a window origin.
+    const bool relaunched = application->arguments().contains(QStringLiteral("-KVWindowOrigin"));
+    if (!singleInstance.becomePrimaryOrActivateOther(relaunched ? std::chrono::seconds(10) : std::chrono::seconds(0)))
         return headless ? KVHeadlessDriver::refuseSecondInstance() : 0;
     if (headless)
         return KVHeadlessDriver::exec(application->arguments());

@@ -1,7 +1,9 @@
 #include "Platform/KVSingleInstance.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QLocalSocket>
+#include <QThread>
 #include <unistd.h>
 
 namespace {
@@ -13,7 +15,8 @@ KVSingleInstance::KVSingleInstance(const QString &bundleIdentifier, QObject *par
     : QObject(parent)
     // Per user, in the user's temporary folder: other users run installers of their own.
     , m_serverName(QDir::tempPath() + QLatin1Char('/') + bundleIdentifier + QLatin1Char('-') +
-                   QString::number(getuid())) {
+                   QString::number(getuid()))
+{
     connect(&m_server, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket *socket = m_server.nextPendingConnection()) {
             connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
@@ -26,14 +29,22 @@ KVSingleInstance::KVSingleInstance(const QString &bundleIdentifier, QObject *par
     });
 }
 
-bool KVSingleInstance::becomePrimaryOrActivateOther() {
-    QLocalSocket other;
-    other.connectToServer(m_serverName);
-    if (other.waitForConnected(kConnectTimeoutMs)) {
-        other.write(kActivateMessage);
-        other.waitForBytesWritten(kConnectTimeoutMs);
-        other.waitForDisconnected(kConnectTimeoutMs);
-        return false;
+bool KVSingleInstance::becomePrimaryOrActivateOther(std::chrono::milliseconds waitForOtherToEnd)
+{
+    const QDeadlineTimer deadline(waitForOtherToEnd);
+    for (;;) {
+        QLocalSocket other;
+        other.connectToServer(m_serverName);
+        if (!other.waitForConnected(kConnectTimeoutMs))
+            break;
+        if (deadline.hasExpired()) {
+            other.write(kActivateMessage);
+            other.waitForBytesWritten(kConnectTimeoutMs);
+            other.waitForDisconnected(kConnectTimeoutMs);
+            return false;
+        }
+        other.disconnectFromServer();
+        QThread::msleep(100);
     }
     // Nobody answered: whatever socket file is there belongs to a dead instance.
     QLocalServer::removeServer(m_serverName);

@@ -22,7 +22,12 @@ QString applicationSupportDirectory()
 
 QString configDirectory() { return environmentFolder("XDG_CONFIG_HOME", homeDirectory() + QStringLiteral("/.config")); }
 
-QString temporaryDirectory() { return QDir::tempPath(); }
+QString temporaryDirectory()
+{
+    // A TMPDIR that names no usable folder must not turn temporary paths into paths below "/".
+    const QString path = QDir::tempPath();
+    return !path.isEmpty() && QDir(path).exists() ? path : QStringLiteral("/tmp");
+}
 
 QString downloadsDirectory() { return homeDirectory() + QStringLiteral("/Downloads"); }
 

@@ -12,7 +12,7 @@ QString homeDirectory();
 QString applicationSupportDirectory();
 // $XDG_CONFIG_HOME, default ~/.config.
 QString configDirectory();
-// QDir::tempPath(), which honours TMPDIR.
+// QDir::tempPath(), which honours TMPDIR, or /tmp when that names no folder.
 QString temporaryDirectory();
 QString downloadsDirectory();
 // "/opt", or NESTORA_APPLICATIONS_DIR when set.

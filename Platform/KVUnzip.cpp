@@ -35,7 +35,8 @@ KVError extractArchive(const QString &archivePath, const QString &folder)
     if (!QFileInfo::exists(archivePath))
         return KVError::fromErrno(ENOENT, archivePath);
     QProcess unzip;
-    unzip.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+    // The listing of every unpacked file would only bury the installer's own progress output.
+    unzip.setStandardOutputFile(QProcess::nullDevice());
     // A prompt (an entry named twice) must not wait for an answer: with no input it answers "none".
     unzip.setStandardInputFile(QProcess::nullDevice());
     unzip.start(kUnzipTool, {archivePath, QStringLiteral("-d"), folder});
