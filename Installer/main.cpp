@@ -8,6 +8,7 @@
 #include "Platform/KVSingleInstance.h"
 
 #include <QApplication>
+#include <QPixmap>
 
 #include <memory>
 
@@ -35,6 +36,12 @@ int main(int argc, char *argv[])
         KVLogInfo("%@ brought to the front by a second start", QStringLiteral("KVIAppDelegate"));
         delegate.activate();
     });
+    // NESTORA_LAST_SCREEN names a PNG file that receives the window as the installer ends: the
+    // demo's record of the completion screen, which is up only for a moment before the hand-over.
+    if (const QString lastScreen = qEnvironmentVariable("NESTORA_LAST_SCREEN"); !lastScreen.isEmpty()) {
+        QObject::connect(application.get(), &QCoreApplication::aboutToQuit, &delegate,
+                         [&delegate, lastScreen] { delegate.window()->grab().save(lastScreen); });
+    }
     delegate.applicationWillFinishLaunching(application->arguments());
     delegate.applicationDidFinishLaunching();
     const int status = application->exec();
