@@ -2,8 +2,8 @@
 // administrator rights through a stand-in elevator, and the installer's own swap.
 
 #include "App/Model/KVPrivilegeHelper.h"
-#include "Core/Extensions/KVShellQuoting.h"
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVShellQuoting.h"
 #include "KVLogCapture.h"
 #include "KVTestFiles.h"
 #include "KVTestMount.h"
@@ -23,23 +23,22 @@ using namespace KVTestFiles;
 
 namespace {
 
-const QString kPasswordRequired = QStringLiteral("The administrator password is required to do this.");
-
 KVTestSandbox &sandbox()
 {
     return KVTestSandbox::current();
 }
-
 QString applications()
 {
     return sandbox().applicationsDirectory();
 }
-
 QString installedApp()
 {
     return applications() + QStringLiteral("/Nestora.app");
 }
-
+QString unpackedApp()
+{
+    return sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Nestora.app");
+}
 QString settingsPath()
 {
     return sandbox().dataHome() + QStringLiteral("/Nestora/InstallerSettings.plist");
@@ -72,9 +71,8 @@ QStringList hiddenIn(const QString &folder)
         .filter(QRegularExpression("^\\."));
 }
 
-// The applications folder made unwritable for the user: a read-only mount as root, missing write
-// permission otherwise. liftCommand() is what the stand-in elevator runs first, as root could
-// write there anyway.
+// The folder made unwritable for the user: a read-only mount as root, missing write permission
+// otherwise. liftCommand() is what the stand-in elevator runs first, as root could write anyway.
 class UnwritableFolder
 {
 public:
@@ -111,476 +109,409 @@ class DeployTest : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-
-    void unzipListsTopLevelItems_data();
-    void unzipListsTopLevelItems();
-    void unzipFailureYieldsNothing_data();
-    void unzipFailureYieldsNothing();
-    void unzipKeepsHostileEntriesInside();
-    void unzipOnFullDisk();
-
-    void deployReplacesDestination_data();
-    void deployReplacesDestination();
-    void deployIntoUnwritableFolderKeepsInstalled();
-    void deployAcrossFileSystems_data();
-    void deployAcrossFileSystems();
-    void replaceNeverLeavesDestinationMissing();
-
-    void deployAppRecordsVendor_data();
-    void deployAppRecordsVendor();
-    void deployAppWithPrivilege_data();
-    void deployAppWithPrivilege();
-
-    void deployInstaller_data();
-    void deployInstaller();
-
-private:
     QString m_resources;
-};
 
-void DeployTest::initTestCase()
-{
-    // The engine finds "Install.sh" in the main bundle's resources.
-    const QString bundle = sandbox().root() + QStringLiteral("/NestoraInstaller.app");
-    m_resources = bundle + QStringLiteral("/Contents/Resources");
-    KVBundle::setMainBundlePath(bundle);
-    KVPrivilegeHelper::setElevator(QStringLiteral(NESTORA_TEST_DATA_DIR "/elevator-standin.sh"));
-}
-
-void DeployTest::init()
-{
-    sandbox().reset();
-    QFile::remove(settingsPath());
-    QDir().mkpath(m_resources);
-    QFile::remove(m_resources + QStringLiteral("/Install.sh"));
-    QVERIFY(QFile::copy(QStringLiteral(NESTORA_SOURCE_DIR "/Resources/Install.sh"),
-                        m_resources + QStringLiteral("/Install.sh")));
-}
-
-void DeployTest::cleanup()
-{
-    qunsetenv("NESTORA_STANDIN_DISMISS");
-    qunsetenv("NESTORA_STANDIN_BEFORE");
-    qunsetenv("NESTORA_STANDIN_RECORD");
-    qputenv("TMPDIR", sandbox().temporaryDirectory().toUtf8());
-}
-
-void DeployTest::unzipListsTopLevelItems_data()
-{
-    QTest::addColumn<QStringList>("entries");
-    QTest::addColumn<QStringList>("items");
-
-    QTest::newRow("application and __MACOSX")
-        << QStringList{QStringLiteral("Nestora.app/Contents/version.txt"), QStringLiteral("__MACOSX/._Nestora.app")}
-        << QStringList{QStringLiteral("Nestora.app")};
-    QTest::newRow("two top-level items") << QStringList{QStringLiteral("Icons/a.png"), QStringLiteral("Icons/b.png"),
-                                                        QStringLiteral("readme.txt")}
-                                         << QStringList{QStringLiteral("Icons"), QStringLiteral("readme.txt")};
-    QTest::newRow("only __MACOSX") << QStringList{QStringLiteral("__MACOSX/._x")} << QStringList();
-}
-
-void DeployTest::unzipListsTopLevelItems()
-{
-    QFETCH(QStringList, entries);
-    QFETCH(QStringList, items);
-
-    QMap<QString, QByteArray> files;
-    for (const QString &entry : entries)
-        files.insert(entry, entry.toUtf8());
-    const QString archive = sandbox().root() + QStringLiteral("/archive.zip");
-    QVERIFY(makeZip(archive, files));
-
-    KVError error;
-    const std::optional<QStringList> unpacked = KVUpdateHelper::unzip(archive, &error);
-    QVERIFY2(!error, qPrintable(error.description()));
-    QVERIFY(unpacked);
-
-    // All items lie in one fresh folder of the temporary directory.
-    const QStringList folders = QDir(sandbox().temporaryDirectory()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    QCOMPARE(folders.size(), 1);
-    const QString folder = sandbox().temporaryDirectory() + QLatin1Char('/') + folders.first();
-    QStringList names;
-    for (const QString &item : *unpacked) {
-        QCOMPARE(QFileInfo(item).absolutePath(), folder);
-        names << QFileInfo(item).fileName();
-    }
-    names.sort();
-    QCOMPARE(names, items);
-    for (const QString &entry : entries)
-        QCOMPARE(readFile(folder + QLatin1Char('/') + entry), entry.toUtf8());
-}
-
-void DeployTest::unzipFailureYieldsNothing_data()
-{
-    QTest::addColumn<QString>("archive");
-    QTest::addColumn<qint64>("code");
-
-    QTest::newRow("corrupt") << QStringLiteral("corrupt") << qint64(KVFileReadCorruptFileError);
-    QTest::newRow("truncated") << QStringLiteral("truncated") << qint64(KVFileReadCorruptFileError);
-    QTest::newRow("missing") << QStringLiteral("missing") << qint64(KVFileNoSuchFileError);
-    QTest::newRow("entry named twice") << QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/duplicate-entry.zip")
-                                       << qint64(KVFileReadCorruptFileError);
-    QTest::newRow("writes through a link")
-        << QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/symlink-escape.zip") << qint64(KVFileReadCorruptFileError);
-}
-
-void DeployTest::unzipFailureYieldsNothing()
-{
-    QFETCH(QString, archive);
-    QFETCH(qint64, code);
-
-    const QString made = sandbox().root() + QStringLiteral("/made.zip");
-    if (archive == QLatin1String("corrupt")) {
-        QVERIFY(writeFile(made, "PK\x03\x04" + randomBytes(4096)));
-        archive = made;
-    } else if (archive == QLatin1String("truncated")) {
-        QVERIFY(makeZip(made, {{QStringLiteral("Nestora.app/Contents/a.bin"), randomBytes(100000)},
-                               {QStringLiteral("Nestora.app/Contents/b.bin"), randomBytes(100000)}}));
-        const QByteArray whole = readFile(made);
-        QVERIFY(writeFile(made, whole.left(whole.size() / 2)));
-        archive = made;
-    } else if (archive == QLatin1String("missing")) {
-        archive = sandbox().root() + QStringLiteral("/missing.zip");
-    }
-    QVERIFY(QDir().mkpath(sandbox().root() + QStringLiteral("/outside")));
-
-    KVLogCapture log;
-    KVError error;
-    const std::optional<QStringList> unpacked = KVUpdateHelper::unzip(archive, &error);
-
-    QVERIFY(!unpacked);
-    QCOMPARE(error.domain(), KVCocoaErrorDomain);
-    QCOMPARE(error.code(), code);
-    QCOMPARE(treeOf(sandbox().temporaryDirectory()), QStringList()); // the half-filled folder is gone
-    QCOMPARE(treeOf(sandbox().root() + QStringLiteral("/outside")), QStringList());
-    QVERIFY(log.contains(QStringLiteral("unzip: failed to unzip %1 with error %2").arg(archive, error.description())));
-}
-
-void DeployTest::unzipKeepsHostileEntriesInside()
-{
-    KVError error;
-    const std::optional<QStringList> unpacked =
-        KVUpdateHelper::unzip(QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/escape.zip"), &error);
-    QVERIFY2(!error, qPrintable(error.description()));
-    QVERIFY(unpacked && !unpacked->isEmpty());
-
-    const QString folder = QFileInfo(unpacked->first()).absolutePath();
-    QCOMPARE(treeOf(folder),
-             (QStringList{QStringLiteral("Nestora.app"), QStringLiteral("Nestora.app/nestora-escaped-2.txt"),
-                          QStringLiteral("inside.txt"), QStringLiteral("nestora-absolute.txt"),
-                          QStringLiteral("nestora-escaped.txt")}));
-    const QString inside = QDir(sandbox().root()).relativeFilePath(folder) + QLatin1Char('/');
-    const QStringList planted = treeOf(sandbox().root()).filter(QStringLiteral("nestora-"));
-    QCOMPARE(planted.size(), 3);
-    for (const QString &entry : planted)
-        QVERIFY2(entry.startsWith(inside), qPrintable(entry));
-    QVERIFY(!QFileInfo::exists(QStringLiteral("/nestora-absolute.txt")));
-}
-
-void DeployTest::unzipOnFullDisk()
-{
-    const QString smallTemporary = sandbox().root() + QStringLiteral("/small-tmp");
-    QVERIFY(QDir().mkpath(smallTemporary));
-    const auto disk = KVTestMount::tmpfs(smallTemporary, 512 * 1024);
-    if (!disk)
-        QSKIP("mounting a small file system needs root");
-    const QString archive = sandbox().root() + QStringLiteral("/big.zip");
-    QVERIFY(makeZip(archive, {{QStringLiteral("Nestora.app/Contents/big.bin"), randomBytes(2 * 1024 * 1024)}}));
-    qputenv("TMPDIR", smallTemporary.toUtf8());
-
-    KVError error;
-    const std::optional<QStringList> unpacked = KVUpdateHelper::unzip(archive, &error);
-
-    QVERIFY(!unpacked);
-    QCOMPARE(error.domain(), KVCocoaErrorDomain);
-    QCOMPARE(error.code(), qint64(KVFileWriteOutOfSpaceError));
-    QCOMPARE(treeOf(smallTemporary), QStringList());
-}
-
-void DeployTest::deployReplacesDestination_data()
-{
-    QTest::addColumn<bool>("installed");
-    QTest::addColumn<QByteArrayList>("newVersions");
-
-    QTest::newRow("over an installed item") << true << QByteArrayList{"2.0"};
-    QTest::newRow("destination missing") << false << QByteArrayList{"2.0"};
-    QTest::newRow("two items leave the last") << true << QByteArrayList{"2.0", "3.0"};
-}
-
-void DeployTest::deployReplacesDestination()
-{
-    QFETCH(bool, installed);
-    QFETCH(QByteArrayList, newVersions);
-
-    const QString destination = sandbox().dataHome() + QStringLiteral("/Nestora/PlugIns/Backup.vexaplugin");
-    if (installed) {
-        QVERIFY(makeApp(destination, "1.0"));
-        QVERIFY(writeFile(destination + QStringLiteral("/Contents/old-only.txt"), "old"));
-    }
-    QStringList items;
-    for (const QByteArray &version : newVersions) {
-        items << sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Item-") + QString::fromLatin1(version);
-        QVERIFY(makeApp(items.last(), version));
+private slots:
+    void initTestCase()
+    {
+        // The engine finds "Install.sh" in the main bundle's resources.
+        const QString bundle = sandbox().root() + QStringLiteral("/NestoraInstaller.app");
+        m_resources = bundle + QStringLiteral("/Contents/Resources");
+        KVBundle::setMainBundlePath(bundle);
+        KVPrivilegeHelper::setElevator(QStringLiteral(NESTORA_TEST_DATA_DIR "/elevator-standin.sh"));
     }
 
-    KVError error;
-    QVERIFY(KVUpdateHelper::deploy(items, destination, &error));
-    QVERIFY2(!error, qPrintable(error.description()));
-
-    QCOMPARE(versionOf(destination), newVersions.last());
-    QCOMPARE(treeOf(destination),
-             (QStringList{QStringLiteral("Contents"), QStringLiteral("Contents/Resources"),
-                          QStringLiteral("Contents/Resources/filler.bin"), QStringLiteral("Contents/version.txt")}));
-    QCOMPARE(treeOf(sandbox().temporaryDirectory() + QStringLiteral("/unpacked")), QStringList()); // moved
-    QCOMPARE(hiddenIn(QFileInfo(destination).absolutePath()), QStringList());
-}
-
-void DeployTest::deployIntoUnwritableFolderKeepsInstalled()
-{
-    QVERIFY(makeApp(installedApp(), "1.0"));
-    const QString item = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Nestora.app");
-    QVERIFY(makeApp(item, "2.0"));
-    const UnwritableFolder unwritable(applications());
-    if (!unwritable.isUnwritable())
-        QSKIP("cannot make a folder unwritable here");
-
-    KVLogCapture log;
-    KVError error;
-    QVERIFY(KVUpdateHelper::deploy({item}, installedApp(), &error));
-
-    QCOMPARE(error.domain(), KVCocoaErrorDomain);
-    QCOMPARE(error.code(), qint64(KVFileWriteNoPermissionError));
-    QCOMPARE(versionOf(installedApp()), QByteArray("1.0"));
-    QCOMPARE(versionOf(item), QByteArray("2.0"));
-    QVERIFY(log.contains(QStringLiteral("Failed to replaceItemAtPath:%1 withItemAtPath:%2 with error:%3")
-                             .arg(installedApp(), item, error.description())));
-}
-
-void DeployTest::deployAcrossFileSystems_data()
-{
-    QTest::addColumn<qint64>("newSize");
-    QTest::addColumn<qint64>("code");
-
-    QTest::newRow("enough room") << qint64(200 * 1024) << qint64(0);
-    QTest::newRow("disk full while copying") << qint64(2 * 1024 * 1024) << qint64(KVFileWriteOutOfSpaceError);
-}
-
-void DeployTest::deployAcrossFileSystems()
-{
-    QFETCH(qint64, newSize);
-    QFETCH(qint64, code);
-
-    // The applications folder on a small file system of its own; the unpacked item elsewhere.
-    const auto disk = KVTestMount::tmpfs(applications(), 1024 * 1024);
-    if (!disk)
-        QSKIP("mounting a second file system needs root");
-    QVERIFY(makeApp(installedApp(), "1.0", randomBytes(300 * 1024)));
-    const QString item = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Nestora.app");
-    QVERIFY(makeApp(item, "2.0", randomBytes(newSize)));
-
-    KVError error;
-    QVERIFY(KVUpdateHelper::deploy({item}, installedApp(), &error));
-
-    QVERIFY2(error.code() == code, qPrintable(error.description()));
-    QCOMPARE(versionOf(installedApp()), code ? QByteArray("1.0") : QByteArray("2.0"));
-    QCOMPARE(QFileInfo(installedApp() + QStringLiteral("/Contents/Resources/filler.bin")).size(),
-             code ? 300 * 1024 : newSize);
-    QCOMPARE(QFileInfo::exists(item), bool(code)); // consumed only when it was deployed
-    QCOMPARE(treeOf(applications()).filter(QRegularExpression("^[^/]*$")), QStringList{QStringLiteral("Nestora.app")});
-}
-
-void DeployTest::replaceNeverLeavesDestinationMissing()
-{
-    const QString destination = sandbox().home() + QStringLiteral("/Item");
-    QVERIFY(writeFile(destination + QStringLiteral("/marker"), "0"));
-
-    std::atomic<bool> replacing = true;
-    std::atomic<int> misses = 0;
-    std::thread reader([&] {
-        const QByteArray marker = QFile::encodeName(destination + QStringLiteral("/marker"));
-        while (replacing)
-            if (::access(marker.constData(), F_OK) != 0)
-                ++misses;
-    });
-    for (int round = 1; round <= 300; ++round) {
-        const QString item = sandbox().home() + QStringLiteral("/New");
-        QVERIFY(writeFile(item + QStringLiteral("/marker"), QByteArray::number(round)));
-        QCOMPARE(KVFileOperations::replaceItem(destination, item), KVError());
+    void init()
+    {
+        sandbox().reset();
+        QFile::remove(settingsPath());
+        QDir().mkpath(m_resources);
+        QFile::remove(m_resources + QStringLiteral("/Install.sh"));
+        QVERIFY(QFile::copy(QStringLiteral(NESTORA_SOURCE_DIR "/Resources/Install.sh"),
+                            m_resources + QStringLiteral("/Install.sh")));
     }
-    replacing = false;
-    reader.join();
 
-    QCOMPARE(misses.load(), 0);
-    QCOMPARE(readFile(destination + QStringLiteral("/marker")), QByteArray("300"));
-    QCOMPARE(treeOf(sandbox().home()).filter(QStringLiteral("New")), QStringList());
-}
-
-void DeployTest::deployAppRecordsVendor_data()
-{
-    QTest::addColumn<QVariantMap>("settings");
-    QTest::addColumn<bool>("rewritten");
-
-    QTest::newRow("no settings yet") << QVariantMap() << true;
-    QTest::newRow("vendor already recorded")
-        << QVariantMap{{QStringLiteral("installer_vendor"), QStringLiteral("Keldran")}} << false;
-    QTest::newRow("another vendor") << QVariantMap{{QStringLiteral("installer_vendor"), QStringLiteral("Other")},
-                                                   {QStringLiteral("kept"), 7}}
-                                    << true;
-}
-
-void DeployTest::deployAppRecordsVendor()
-{
-    QFETCH(QVariantMap, settings);
-    QFETCH(bool, rewritten);
-
-    const QDateTime longAgo(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
-    if (!settings.isEmpty()) {
-        QVERIFY(QDir().mkpath(QFileInfo(settingsPath()).absolutePath()));
-        QVERIFY(KVPropertyList::writeDictionary(settingsPath(), settings));
-        QFile file(settingsPath());
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        QVERIFY(file.setFileTime(longAgo, QFileDevice::FileModificationTime));
+    void cleanup()
+    {
+        qunsetenv("NESTORA_STANDIN_DISMISS");
+        qunsetenv("NESTORA_STANDIN_BEFORE");
+        qunsetenv("NESTORA_STANDIN_RECORD");
     }
-    QVERIFY(makeApp(installedApp(), "1.0"));
-    const QString item = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Nestora.app");
-    QVERIFY(makeApp(item, "2.0"));
 
-    KVLogCapture log;
-    KVError error;
-    KVUpdateHelper::deployApp({item}, installedApp(), &error);
+    void unzipListsTopLevelItems_data()
+    {
+        QTest::addColumn<QStringList>("entries");
+        QTest::addColumn<QStringList>("items");
 
-    QVERIFY2(!error, qPrintable(error.description()));
-    QCOMPARE(versionOf(installedApp()), QByteArray("2.0"));
-    settings.insert(QStringLiteral("installer_vendor"), QStringLiteral("Keldran"));
-    QCOMPARE(KVPropertyList::readDictionary(settingsPath()), settings);
-    QCOMPARE(QFileInfo(settingsPath()).lastModified().toUTC() != longAgo, rewritten);
-    QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1").arg(installedApp())));
-    QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did deploy app to %1.").arg(installedApp())));
-}
+        QTest::newRow("application and __MACOSX")
+            << QStringList{"Nestora.app/Contents/version.txt", "__MACOSX/._Nestora.app"} << QStringList{"Nestora.app"};
+        QTest::newRow("two top-level items")
+            << QStringList{"Icons/a.png", "Icons/b.png", "readme.txt"} << QStringList{"Icons", "readme.txt"};
+        QTest::newRow("only __MACOSX") << QStringList{"__MACOSX/._x"} << QStringList();
+    }
 
-void DeployTest::deployAppWithPrivilege_data()
-{
-    QTest::addColumn<QString>("destination");
-    QTest::addColumn<bool>("itemIsLink");
-    QTest::addColumn<bool>("dismiss");
-    QTest::addColumn<QString>("description");
+    void unzipListsTopLevelItems()
+    {
+        QFETCH(QStringList, entries);
+        QFETCH(QStringList, items);
 
-    const QString hostile =
-        applications() + QStringLiteral("/a'b;touch ") + sandbox().root() + QStringLiteral("/pwned");
-    QTest::newRow("installed through the install script") << installedApp() << false << false << QString();
-    QTest::newRow("path that breaks naive quoting") << hostile << false << false << QString();
-    QTest::newRow("password prompt dismissed") << installedApp() << false << true << kPasswordRequired;
-    QTest::newRow("install script fails")
-        << installedApp() << true << false << QStringLiteral("Install.sh: the new application is missing or a link: ");
-}
+        QMap<QString, QByteArray> files;
+        for (const QString &entry : entries)
+            files.insert(entry, entry.toUtf8());
+        const QString archive = sandbox().root() + QStringLiteral("/archive.zip");
+        QVERIFY(makeZip(archive, files));
 
-void DeployTest::deployAppWithPrivilege()
-{
-    QFETCH(QString, destination);
-    QFETCH(bool, itemIsLink);
-    QFETCH(bool, dismiss);
-    QFETCH(QString, description);
-
-    QVERIFY(makeApp(destination, "1.0"));
-    const QString app = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/New $(x) 'app'\n;.app");
-    QVERIFY(makeApp(app, "2.0"));
-    const QString item = itemIsLink ? app + QStringLiteral(" link") : app;
-    if (itemIsLink)
-        QVERIFY(QFile::link(app, item));
-    const UnwritableFolder unwritable(applications());
-    if (!unwritable.isUnwritable())
-        QSKIP("cannot make a folder unwritable here");
-    const QString record = sandbox().root() + QStringLiteral("/elevator-record");
-    qputenv("NESTORA_STANDIN_RECORD", record.toUtf8());
-    qputenv("NESTORA_STANDIN_BEFORE", unwritable.liftCommand().toUtf8());
-    if (dismiss)
-        qputenv("NESTORA_STANDIN_DISMISS", "1");
-    KVLogCapture log;
-    KVError error;
-    KVUpdateHelper::deployApp({item}, destination, &error);
-
-    // The install script got exactly the three paths, whatever they contain.
-    const QString script = m_resources + QStringLiteral("/Install.sh");
-    const QString parent = QFileInfo(destination).absolutePath();
-    QCOMPARE(QString::fromUtf8(readFile(record).split('\0').value(2)),
-             QStringList({KVShellQuoting::singleQuoted(script), KVShellQuoting::singleQuoted(destination),
-                          KVShellQuoting::singleQuoted(item), KVShellQuoting::singleQuoted(parent)})
-                 .join(QLatin1Char(' ')));
-    QVERIFY(!QFileInfo::exists(sandbox().root() + QStringLiteral("/pwned")));
-    QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1 with privilege").arg(destination)));
-
-    if (description.isNull()) {
+        KVError error;
+        const std::optional<QStringList> unpacked = KVUpdateHelper::unzip(archive, &error);
         QVERIFY2(!error, qPrintable(error.description()));
-        QCOMPARE(versionOf(destination), QByteArray("2.0"));
+        QVERIFY(unpacked);
+
+        // All items lie in one fresh folder of the temporary directory.
+        const QStringList folders = QDir(sandbox().temporaryDirectory()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        QCOMPARE(folders.size(), 1);
+        const QString folder = sandbox().temporaryDirectory() + QLatin1Char('/') + folders.first();
+        QStringList names;
+        for (const QString &item : *unpacked) {
+            QCOMPARE(QFileInfo(item).absolutePath(), folder);
+            names << QFileInfo(item).fileName();
+        }
+        names.sort();
+        QCOMPARE(names, items);
+        for (const QString &entry : entries)
+            QCOMPARE(readFile(folder + QLatin1Char('/') + entry), entry.toUtf8());
+    }
+
+    void unzipFailureYieldsNothing_data()
+    {
+        QTest::addColumn<QString>("archive");
+        QTest::addColumn<qint64>("code");
+
+        QTest::newRow("corrupt") << "corrupt" << qint64(KVFileReadCorruptFileError);
+        QTest::newRow("truncated") << "truncated" << qint64(KVFileReadCorruptFileError);
+        QTest::newRow("missing") << "missing" << qint64(KVFileNoSuchFileError);
+        QTest::newRow("full disk") << "full disk" << qint64(KVFileWriteOutOfSpaceError);
+        QTest::newRow("entry named twice")
+            << NESTORA_TEST_DATA_DIR "/archives/duplicate-entry.zip" << qint64(KVFileReadCorruptFileError);
+        QTest::newRow("writes through a link")
+            << NESTORA_TEST_DATA_DIR "/archives/symlink-escape.zip" << qint64(KVFileReadCorruptFileError);
+    }
+
+    void unzipFailureYieldsNothing()
+    {
+        QFETCH(QString, archive);
+        QFETCH(qint64, code);
+
+        const QString made = sandbox().root() + QStringLiteral("/made.zip");
+        std::unique_ptr<KVTestMount> smallDisk;
+        if (archive == QLatin1String("corrupt")) {
+            QVERIFY(writeFile(made, "PK\x03\x04" + randomBytes(4096)));
+        } else if (archive == QLatin1String("truncated")) {
+            QVERIFY(makeZip(made, {{"Nestora.app/Contents/a.bin", randomBytes(100000)},
+                                   {"Nestora.app/Contents/b.bin", randomBytes(100000)}}));
+            const QByteArray whole = readFile(made);
+            QVERIFY(writeFile(made, whole.left(whole.size() / 2)));
+        } else if (archive == QLatin1String("full disk")) {
+            QVERIFY(makeZip(made, {{"Nestora.app/Contents/big.bin", randomBytes(2 * 1024 * 1024)}}));
+            if (!(smallDisk = KVTestMount::tmpfs(sandbox().temporaryDirectory(), 512 * 1024)))
+                QSKIP("mounting a small file system needs root");
+        }
+        if (!archive.startsWith(QLatin1Char('/')))
+            archive = archive == QLatin1String("missing") ? sandbox().root() + QStringLiteral("/missing.zip") : made;
+        QVERIFY(QDir().mkpath(sandbox().root() + QStringLiteral("/outside")));
+
+        KVLogCapture log;
+        KVError error;
+        QVERIFY(!KVUpdateHelper::unzip(archive, &error));
+
+        QCOMPARE(error.domain(), KVCocoaErrorDomain);
+        QCOMPARE(error.code(), code);
+        QCOMPARE(treeOf(sandbox().temporaryDirectory()), QStringList()); // the half-filled folder is gone
+        QCOMPARE(treeOf(sandbox().root() + QStringLiteral("/outside")), QStringList());
+        QVERIFY(
+            log.contains(QStringLiteral("unzip: failed to unzip %1 with error %2").arg(archive, error.description())));
+    }
+
+    void unzipKeepsHostileEntriesInside()
+    {
+        KVError error;
+        const std::optional<QStringList> unpacked =
+            KVUpdateHelper::unzip(QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/escape.zip"), &error);
+        QVERIFY2(!error, qPrintable(error.description()));
+        QVERIFY(unpacked && !unpacked->isEmpty());
+
+        const QString folder = QFileInfo(unpacked->first()).absolutePath();
+        QCOMPARE(treeOf(folder), (QStringList{"Nestora.app", "Nestora.app/nestora-escaped-2.txt", "inside.txt",
+                                              "nestora-absolute.txt", "nestora-escaped.txt"}));
+        const QString inside = QDir(sandbox().root()).relativeFilePath(folder) + QLatin1Char('/');
+        const QStringList planted = treeOf(sandbox().root()).filter(QStringLiteral("nestora-"));
+        QCOMPARE(planted.size(), 3);
+        for (const QString &entry : planted)
+            QVERIFY2(entry.startsWith(inside), qPrintable(entry));
+        QVERIFY(!QFileInfo::exists(QStringLiteral("/nestora-absolute.txt")));
+    }
+
+    void deployReplacesDestination_data()
+    {
+        QTest::addColumn<bool>("installed");
+        QTest::addColumn<QByteArrayList>("newVersions");
+        QTest::addColumn<bool>("ownFileSystem"); // the destination's folder on a disk of its own
+
+        QTest::newRow("over an installed item") << true << QByteArrayList{"2.0"} << false;
+        QTest::newRow("destination missing") << false << QByteArrayList{"2.0"} << false;
+        QTest::newRow("two items leave the last") << true << QByteArrayList{"2.0", "3.0"} << false;
+        QTest::newRow("across file systems") << true << QByteArrayList{"2.0"} << true;
+    }
+
+    void deployReplacesDestination()
+    {
+        QFETCH(bool, installed);
+        QFETCH(QByteArrayList, newVersions);
+        QFETCH(bool, ownFileSystem);
+
+        const QString destination = sandbox().dataHome() + QStringLiteral("/Nestora/PlugIns/Backup.vexaplugin");
+        const QString parent = QFileInfo(destination).absolutePath();
+        QVERIFY(QDir().mkpath(parent));
+        std::unique_ptr<KVTestMount> disk;
+        if (ownFileSystem && !(disk = KVTestMount::tmpfs(parent, 1024 * 1024)))
+            QSKIP("mounting a second file system needs root");
+        if (installed)
+            QVERIFY(makeApp(destination, "1.0") &&
+                    writeFile(destination + QStringLiteral("/Contents/old-only.txt"), "old"));
+        QStringList items;
+        for (const QByteArray &version : newVersions) {
+            items << sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Item-") + QString::fromLatin1(version);
+            QVERIFY(makeApp(items.last(), version));
+        }
+
+        KVError error;
+        QVERIFY(KVUpdateHelper::deploy(items, destination, &error));
+        QVERIFY2(!error, qPrintable(error.description()));
+
+        QCOMPARE(versionOf(destination), newVersions.last());
+        QCOMPARE(treeOf(destination), (QStringList{"Contents", "Contents/Resources", "Contents/Resources/filler.bin",
+                                                   "Contents/version.txt"}));
+        QCOMPARE(treeOf(sandbox().temporaryDirectory() + QStringLiteral("/unpacked")), QStringList()); // moved
         QCOMPARE(hiddenIn(parent), QStringList());
-        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did deploy app to %1.").arg(destination)));
-        QCOMPARE(KVPropertyList::readDictionary(settingsPath()).value(QStringLiteral("installer_vendor")),
-                 QVariant(QStringLiteral("Keldran")));
-        return;
     }
-    QCOMPARE(error.domain(), QString());
-    QCOMPARE(error.code(), qint64(-1));
-    QCOMPARE(error.userInfo().value(QStringLiteral("output")), QVariant(QString()));
-    QVERIFY2(error.localizedDescription().startsWith(description), qPrintable(error.localizedDescription()));
-    QCOMPARE(versionOf(destination), QByteArray("1.0"));
-    QVERIFY(!QFileInfo::exists(settingsPath()));
-    QVERIFY(log.contains(
-        QStringLiteral("KVUpdateHelper failed to deploy app to %1, error %2.").arg(destination, error.description())));
-}
 
-void DeployTest::deployInstaller_data()
-{
-    QTest::addColumn<bool>("newBundleExists");
-    QTest::addColumn<bool>("parentWritable");
+    void deployFailureKeepsInstalled_data()
+    {
+        QTest::addColumn<bool>("fullDisk"); // else the applications folder is unwritable
+        QTest::addColumn<qint64>("code");
 
-    QTest::newRow("swapped in") << true << true;
-    QTest::newRow("new bundle missing") << false << true;
-    QTest::newRow("parent folder unwritable") << true << false;
-}
+        QTest::newRow("folder unwritable") << false << qint64(KVFileWriteNoPermissionError);
+        QTest::newRow("disk full while copying across file systems") << true << qint64(KVFileWriteOutOfSpaceError);
+    }
 
-void DeployTest::deployInstaller()
-{
-    QFETCH(bool, newBundleExists);
-    QFETCH(bool, parentWritable);
+    void deployFailureKeepsInstalled()
+    {
+        QFETCH(bool, fullDisk);
+        QFETCH(qint64, code);
 
-    const QString running = applications() + QStringLiteral("/NestoraInstaller.app");
-    QVERIFY(makeApp(running, "1.0"));
-    const QString newBundle = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/NestoraInstaller.app");
-    if (newBundleExists)
-        QVERIFY(makeApp(newBundle, "2.0"));
-    std::optional<UnwritableFolder> unwritable;
-    if (!parentWritable) {
-        unwritable.emplace(applications());
-        if (!unwritable->isUnwritable())
+        std::unique_ptr<KVTestMount> disk;
+        if (fullDisk && !(disk = KVTestMount::tmpfs(applications(), 1024 * 1024)))
+            QSKIP("mounting a second file system needs root");
+        const QByteArray installedFiller = randomBytes(300 * 1024);
+        QVERIFY(makeApp(installedApp(), "1.0", installedFiller));
+        QVERIFY(makeApp(unpackedApp(), "2.0", randomBytes(2 * 1024 * 1024)));
+        std::optional<UnwritableFolder> unwritable;
+        if (!fullDisk && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
+
+        KVLogCapture log;
+        KVError error;
+        QVERIFY(KVUpdateHelper::deploy({unpackedApp()}, installedApp(), &error));
+
+        QCOMPARE(error.domain(), KVCocoaErrorDomain);
+        QCOMPARE(error.code(), code);
+        QCOMPARE(versionOf(installedApp()), QByteArray("1.0"));
+        QVERIFY(readFile(installedApp() + QStringLiteral("/Contents/Resources/filler.bin")) == installedFiller);
+        QCOMPARE(versionOf(unpackedApp()), QByteArray("2.0")); // not consumed
+        QCOMPARE(treeOf(applications()).filter(QRegularExpression("^[^/]*$")), QStringList{"Nestora.app"});
+        QVERIFY(log.contains(QStringLiteral("Failed to replaceItemAtPath:%1 withItemAtPath:%2 with error:%3")
+                                 .arg(installedApp(), unpackedApp(), error.description())));
     }
 
-    KVLogCapture log;
-    KVError error;
-    QVERIFY(KVUpdateHelper::deployInstaller(newBundle, running, &error));
+    void replaceNeverLeavesDestinationMissing()
+    {
+        const QString destination = sandbox().home() + QStringLiteral("/Item");
+        QVERIFY(writeFile(destination + QStringLiteral("/marker"), "0"));
 
-    QVERIFY(log.contains(QStringLiteral("deployInstaller from %1 to path:%2").arg(newBundle, running)));
-    QCOMPARE(hiddenIn(applications()), QStringList());
-    if (newBundleExists && parentWritable) {
+        std::atomic<bool> replacing = true;
+        std::atomic<int> misses = 0;
+        std::thread reader([&] {
+            const QByteArray marker = QFile::encodeName(destination + QStringLiteral("/marker"));
+            while (replacing)
+                if (::access(marker.constData(), F_OK) != 0)
+                    ++misses;
+        });
+        for (int round = 1; round <= 300; ++round) {
+            const QString item = sandbox().home() + QStringLiteral("/New");
+            QVERIFY(writeFile(item + QStringLiteral("/marker"), QByteArray::number(round)));
+            QCOMPARE(KVFileOperations::replaceItem(destination, item), KVError());
+        }
+        replacing = false;
+        reader.join();
+
+        QCOMPARE(misses.load(), 0);
+        QCOMPARE(readFile(destination + QStringLiteral("/marker")), QByteArray("300"));
+        QCOMPARE(treeOf(sandbox().home()).filter(QStringLiteral("New")), QStringList());
+    }
+
+    void deployAppRecordsVendor_data()
+    {
+        QTest::addColumn<QVariantMap>("settings");
+        QTest::addColumn<bool>("rewritten");
+
+        QTest::newRow("no settings yet") << QVariantMap() << true;
+        QTest::newRow("vendor already recorded") << QVariantMap{{"installer_vendor", "Keldran"}} << false;
+        QTest::newRow("another vendor") << QVariantMap{{"installer_vendor", "Other"}, {"kept", 7}} << true;
+    }
+
+    void deployAppRecordsVendor()
+    {
+        QFETCH(QVariantMap, settings);
+        QFETCH(bool, rewritten);
+
+        const QDateTime longAgo(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
+        if (!settings.isEmpty()) {
+            QVERIFY(QDir().mkpath(QFileInfo(settingsPath()).absolutePath()));
+            QVERIFY(KVPropertyList::writeDictionary(settingsPath(), settings));
+            QFile file(settingsPath());
+            QVERIFY(file.open(QIODevice::ReadWrite) && file.setFileTime(longAgo, QFileDevice::FileModificationTime));
+        }
+        QVERIFY(makeApp(installedApp(), "1.0") && makeApp(unpackedApp(), "2.0"));
+
+        KVLogCapture log;
+        KVError error;
+        KVUpdateHelper::deployApp({unpackedApp()}, installedApp(), &error);
+
         QVERIFY2(!error, qPrintable(error.description()));
-        QCOMPARE(versionOf(running), QByteArray("2.0"));
-        QVERIFY(!QFileInfo::exists(newBundle));
-        QVERIFY(log.contains(QStringLiteral("temp path is not existed!")));
-        return;
+        QCOMPARE(versionOf(installedApp()), QByteArray("2.0"));
+        settings.insert(QStringLiteral("installer_vendor"), QStringLiteral("Keldran"));
+        QCOMPARE(KVPropertyList::readDictionary(settingsPath()), settings);
+        QCOMPARE(QFileInfo(settingsPath()).lastModified().toUTC() != longAgo, rewritten);
+        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1").arg(installedApp())));
+        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did deploy app to %1.").arg(installedApp())));
     }
-    QCOMPARE(error.domain(), KVCocoaErrorDomain);
-    QCOMPARE(error.code(), qint64(newBundleExists ? KVFileWriteNoPermissionError : KVFileNoSuchFileError));
-    QCOMPARE(versionOf(running), QByteArray("1.0"));
-    const QStringList moveFailures = log.messages().filter(QRegularExpression(
-        QStringLiteral("^Failed to move item at path:%1 to path:%2/\\.[0-9A-F-]{36}_"
-                       "NestoraInstaller\\.app with error:")
-            .arg(QRegularExpression::escape(newBundle), QRegularExpression::escape(applications()))));
-    QCOMPARE(moveFailures.size(), 1);
-}
+
+    void deployAppWithPrivilege_data()
+    {
+        QTest::addColumn<QString>("destination");
+        QTest::addColumn<bool>("itemIsLink");
+        QTest::addColumn<bool>("dismiss");
+        QTest::addColumn<QString>("description");
+
+        const QString hostile =
+            applications() + QStringLiteral("/a'b;touch ") + sandbox().root() + QStringLiteral("/pwned");
+        QTest::newRow("installed through the install script") << installedApp() << false << false << QString();
+        QTest::newRow("path that breaks naive quoting") << hostile << false << false << QString();
+        QTest::newRow("password prompt dismissed")
+            << installedApp() << false << true << "The administrator password is required to do this.";
+        QTest::newRow("install script fails")
+            << installedApp() << true << false << "Install.sh: the new application is missing or a link: ";
+    }
+
+    void deployAppWithPrivilege()
+    {
+        QFETCH(QString, destination);
+        QFETCH(bool, itemIsLink);
+        QFETCH(bool, dismiss);
+        QFETCH(QString, description);
+
+        QVERIFY(makeApp(destination, "1.0"));
+        const QString app = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/New $(x) 'app'\n;.app");
+        QVERIFY(makeApp(app, "2.0"));
+        const QString item = itemIsLink ? app + QStringLiteral(" link") : app;
+        if (itemIsLink)
+            QVERIFY(QFile::link(app, item));
+        const UnwritableFolder unwritable(applications());
+        if (!unwritable.isUnwritable())
+            QSKIP("cannot make a folder unwritable here");
+        const QString record = sandbox().root() + QStringLiteral("/elevator-record");
+        qputenv("NESTORA_STANDIN_RECORD", record.toUtf8());
+        qputenv("NESTORA_STANDIN_BEFORE", unwritable.liftCommand().toUtf8());
+        if (dismiss)
+            qputenv("NESTORA_STANDIN_DISMISS", "1");
+        KVLogCapture log;
+        KVError error;
+        KVUpdateHelper::deployApp({item}, destination, &error);
+
+        // The install script got exactly the three paths, whatever they contain.
+        const QString parent = QFileInfo(destination).absolutePath();
+        QStringList command{m_resources + QStringLiteral("/Install.sh"), destination, item, parent};
+        for (QString &word : command)
+            word = KVShellQuoting::singleQuoted(word);
+        QCOMPARE(QString::fromUtf8(readFile(record).split('\0').value(2)), command.join(QLatin1Char(' ')));
+        QVERIFY(!QFileInfo::exists(sandbox().root() + QStringLiteral("/pwned")));
+        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1 with privilege").arg(destination)));
+
+        if (description.isNull()) {
+            QVERIFY2(!error, qPrintable(error.description()));
+            QCOMPARE(versionOf(destination), QByteArray("2.0"));
+            QCOMPARE(hiddenIn(parent), QStringList());
+            QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did deploy app to %1.").arg(destination)));
+            QCOMPARE(KVPropertyList::readDictionary(settingsPath()).value(QStringLiteral("installer_vendor")),
+                     QVariant(QStringLiteral("Keldran")));
+            return;
+        }
+        QCOMPARE(error.domain(), QString());
+        QCOMPARE(error.code(), qint64(-1));
+        QCOMPARE(error.userInfo().value(QStringLiteral("output")), QVariant(QString()));
+        QVERIFY2(error.localizedDescription().startsWith(description), qPrintable(error.localizedDescription()));
+        QCOMPARE(versionOf(destination), QByteArray("1.0"));
+        QVERIFY(!QFileInfo::exists(settingsPath()));
+        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper failed to deploy app to %1, error %2.")
+                                 .arg(destination, error.description())));
+    }
+
+    void deployInstaller_data()
+    {
+        QTest::addColumn<bool>("newBundleExists");
+        QTest::addColumn<bool>("parentWritable");
+
+        QTest::newRow("swapped in") << true << true;
+        QTest::newRow("new bundle missing") << false << true;
+        QTest::newRow("parent folder unwritable") << true << false;
+    }
+
+    void deployInstaller()
+    {
+        QFETCH(bool, newBundleExists);
+        QFETCH(bool, parentWritable);
+
+        const QString running = applications() + QStringLiteral("/NestoraInstaller.app");
+        QVERIFY(makeApp(running, "1.0"));
+        const QString newBundle = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/NestoraInstaller.app");
+        if (newBundleExists)
+            QVERIFY(makeApp(newBundle, "2.0"));
+        std::optional<UnwritableFolder> unwritable;
+        if (!parentWritable && !unwritable.emplace(applications()).isUnwritable())
+            QSKIP("cannot make a folder unwritable here");
+
+        KVLogCapture log;
+        KVError error;
+        QVERIFY(KVUpdateHelper::deployInstaller(newBundle, running, &error));
+
+        QVERIFY(log.contains(QStringLiteral("deployInstaller from %1 to path:%2").arg(newBundle, running)));
+        QCOMPARE(hiddenIn(applications()), QStringList());
+        if (newBundleExists && parentWritable) {
+            QVERIFY2(!error, qPrintable(error.description()));
+            QCOMPARE(versionOf(running), QByteArray("2.0"));
+            QVERIFY(!QFileInfo::exists(newBundle));
+            QVERIFY(log.contains(QStringLiteral("temp path is not existed!")));
+            return;
+        }
+        QCOMPARE(error.domain(), KVCocoaErrorDomain);
+        QCOMPARE(error.code(), qint64(newBundleExists ? KVFileWriteNoPermissionError : KVFileNoSuchFileError));
+        QCOMPARE(versionOf(running), QByteArray("1.0"));
+        const QStringList moveFailures = log.messages().filter(QRegularExpression(
+            QStringLiteral(
+                "^Failed to move item at path:%1 to path:%2/\\.[0-9A-F-]{36}_NestoraInstaller\\.app with error:")
+                .arg(QRegularExpression::escape(newBundle), QRegularExpression::escape(applications()))));
+        QCOMPARE(moveFailures.size(), 1);
+    }
+};
 
 NESTORA_TEST_MAIN(DeployTest)
 #include "tst_deploy.moc"
