@@ -14,294 +14,265 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+namespace {
+
+const QString kLaunchDateKey = QStringLiteral("InstallerLastLaunchDate");
+const QString kUpdateDateKey = QStringLiteral("InstallerUpdateDate");
+const QUrl kManifestURL(QStringLiteral("http://127.0.0.1:9/manifest.ini"));
+
+QString applicationsFolder()
+{
+    return KVTestSandbox::current().applicationsDirectory();
+}
+QString companionPath()
+{
+    return applicationsFolder() + QStringLiteral("/Nestora.app");
+}
+QString pwnedPath()
+{
+    return KVTestSandbox::current().root() + QStringLiteral("/pwned");
+}
+QString procLink(qint64 processIdentifier, const QString &entry)
+{
+    return QFile::symLinkTarget(QStringLiteral("/proc/%1/%2").arg(processIdentifier).arg(entry));
+}
+
+} // namespace
+
 // The hand-over to the companion application: the arguments it is started with, the detached
 // retrying launch script (real launches of the sample application in the sandbox), and stopping
 // every running instance of a bundle.
 class LaunchTest : public QObject
 {
     Q_OBJECT
+
+    std::unique_ptr<KVTestCompanion> m_companion;
+
+    // Waits for the launches to settle; the one start expected, or an empty one after a failure.
+    KVTestCompanion::Start onlyStart()
+    {
+        const QList<KVTestCompanion::Start> starts =
+            m_companion->settledStarts().value_or(QList<KVTestCompanion::Start>());
+        [&] { QCOMPARE(starts.size(), 1); }();
+        return starts.value(0);
+    }
+
 private Q_SLOTS:
-    void init();
+    void init()
+    {
+        KVTestSandbox::current().reset();
+        m_companion = std::make_unique<KVTestCompanion>();
+        // A launch script that ran a command hidden in a name would create this file.
+        qputenv("NESTORA_PWNED", QFile::encodeName(pwnedPath()));
+    }
     void cleanup() { m_companion.reset(); }
 
-    void launchAppPassesOriginAndDates_data();
-    void launchAppPassesOriginAndDates();
-    void scriptStopsOnceTheProgramRuns_data();
-    void scriptStopsOnceTheProgramRuns();
-    void hostilePathsLaunchTheRightProgram_data();
-    void hostilePathsLaunchTheRightProgram();
-    void delayComesFirst();
-    void launchedProgramIsDetached();
-    void launchedProgramOutlivesItsLauncher();
-    void terminatesEveryInstanceOfTheBundle();
+    void launchAppPassesOriginAndDates_data()
+    {
+        QTest::addColumn<bool>("hasWindow");
+        QTest::addColumn<QPointF>("origin");
+        QTest::addColumn<double>("launchSeconds"); // < 0: no default
+        QTest::addColumn<double>("updateSeconds"); // < 0: no default
+        QTest::addColumn<QStringList>("arguments");
 
-private:
-    std::unique_ptr<KVTestCompanion> m_companion;
+        QTest::newRow("with update date")
+            << true << QPointF(300, 500) << 1700000000.5 << 1700003600.25
+            << QStringList{"-KVWindowOrigin",       "300",          "500", "-InstallerLaunchDate", "1700000000.5",
+                           "-InstallerUpdatedDate", "1700003600.25"};
+        QTest::newRow("origin in single precision")
+            << true << QPointF(0.1, 2.000000001) << 1700000000.0 << -1.0
+            << QStringList{"-KVWindowOrigin", "0.1", "2", "-InstallerLaunchDate", "1700000000"};
+        QTest::newRow("no window, no dates") << false << QPointF() << -1.0 << -1.0
+                                             << QStringList{"-KVWindowOrigin", "0", "0", "-InstallerLaunchDate", "0"};
+        QTest::newRow("update date without launch date")
+            << true << QPointF(-20, 40.5) << -1.0 << 1600000000.0
+            << QStringList{"-KVWindowOrigin",       "-20",       "40.5", "-InstallerLaunchDate", "0",
+                           "-InstallerUpdatedDate", "1600000000"};
+    }
+
+    void launchAppPassesOriginAndDates()
+    {
+        QFETCH(bool, hasWindow);
+        QFETCH(QPointF, origin);
+        QFETCH(double, launchSeconds);
+        QFETCH(double, updateSeconds);
+        QFETCH(QStringList, arguments);
+
+        QVERIFY(KVTestCompanion::install(companionPath()));
+        KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
+        for (const auto &[key, seconds] :
+             {std::pair(kLaunchDateKey, launchSeconds), std::pair(kUpdateDateKey, updateSeconds)}) {
+            defaults.removeObjectForKey(key);
+            if (seconds >= 0)
+                defaults.setObject(key, QDateTime::fromMSecsSinceEpoch(qint64(seconds * 1000), Qt::UTC));
+        }
+
+        KVUpdateHelper engine(kManifestURL);
+        int terminations = 0;
+        const auto windowOrigin = [origin] {
+            [&] { QVERIFY(KVDispatch::isMainThread()); }();
+            return origin;
+        };
+        engine.setHost(KVTestHost(
+            [&] {
+                QVERIFY(KVDispatch::isMainThread());
+                ++terminations;
+            },
+            hasWindow ? std::function<QPointF()>(windowOrigin) : std::function<QPointF()>()));
+
+        KVLogCapture log;
+        engine.queue().async([&] { engine.launchApp(); });
+        QTRY_COMPARE(terminations, 1);
+        QCOMPARE(onlyStart().arguments, arguments);
+        QVERIFY(!defaults.objectForKey(kLaunchDateKey).isValid());
+        QVERIFY(!defaults.objectForKey(kUpdateDateKey).isValid());
+        QVERIFY(log.contains(KVFormat("%@ start parameters %@", QStringLiteral("KVUpdateHelper"), arguments)));
+        QCOMPARE(log.contains(QStringLiteral("invaild install launch date!")), launchSeconds < 0);
+    }
+
+    void scriptStopsOnceTheProgramRuns_data()
+    {
+        QTest::addColumn<QString>("bundleName");
+        QTest::addColumn<QString>("programName"); // empty: the built one, "Nestora"
+        QTest::addColumn<bool>("alreadyRunning");
+        QTest::addColumn<float>("delay");
+
+        QTest::newRow("already running: first attempt only") << "Nestora.app" << QString() << true << 0.0f;
+        QTest::newRow("name longer than Linux keeps") << "NestoraCompanionApp.app"
+                                                      << "NestoraCompanionApp" << false << 0.0f;
+        QTest::newRow("long name, already running") << "NestoraCompanionApp.app"
+                                                    << "NestoraCompanionApp" << true << 0.0f;
+        QTest::newRow("bundle renamed, program not") << "Nestora 2.app" << QString() << false << 0.0f;
+        QTest::newRow("delay comes first") << "Nestora.app" << QString() << false << 0.6f;
+    }
+
+    void scriptStopsOnceTheProgramRuns()
+    {
+        QFETCH(QString, bundleName);
+        QFETCH(QString, programName);
+        QFETCH(bool, alreadyRunning);
+        QFETCH(float, delay);
+
+        const QString bundle = applicationsFolder() + QLatin1Char('/') + bundleName;
+        QVERIFY(KVTestCompanion::install(bundle, programName));
+        if (alreadyRunning)
+            KVUpdateHelper::launchWithBundlePath(bundle, {QStringLiteral("first")}, 0);
+        const int before = alreadyRunning ? 1 : 0;
+        QCOMPARE(m_companion->settledStarts().value_or(QList<KVTestCompanion::Start>()).size(), before);
+        QElapsedTimer clock;
+        clock.start();
+        KVUpdateHelper::launchWithBundlePath(bundle, {QStringLiteral("-a"), QStringLiteral("b")}, delay);
+        QTRY_COMPARE(m_companion->starts().size(), before + 1);
+        QVERIFY2(clock.elapsed() >= qint64(delay * 1000), qPrintable(QString::number(clock.elapsed())));
+
+        const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
+        QVERIFY(starts);
+        QCOMPARE(starts->size(), before + 1);
+        QCOMPARE(starts->last().arguments, (QStringList{"-a", "b"}));
+    }
+
+    void hostilePathsLaunchTheRightProgram_data()
+    {
+        QTest::addColumn<QString>("name"); // of the bundle (with ".app") and of its program
+
+        QTest::newRow("blanks") << "Nest ora  app";
+        QTest::newRow("double quotes") << "Nest\"ora\"";
+        QTest::newRow("single quotes") << "Nest'ora'";
+        QTest::newRow("command substitution") << "$(touch ${NESTORA_PWNED})";
+        QTest::newRow("backticks") << "`touch ${NESTORA_PWNED}`";
+        QTest::newRow("semicolons") << "x;touch ${NESTORA_PWNED};";
+        QTest::newRow("ampersand and pipe") << "a&touch ${NESTORA_PWNED}|b";
+        QTest::newRow("redirection") << "a>${NESTORA_PWNED}";
+        QTest::newRow("regular expression characters") << "N.e*s[t](o)|r^a$\\";
+        QTest::newRow("format placeholders") << "%1 %2 %3 %@";
+        QTest::newRow("leading dash and tilde") << "-~n";
+    }
+
+    void hostilePathsLaunchTheRightProgram()
+    {
+        QFETCH(QString, name);
+
+        const QString bundle = applicationsFolder() + QLatin1Char('/') + name + QStringLiteral(".app");
+        QVERIFY(KVTestCompanion::install(bundle, name));
+        const QStringList arguments{"$(touch ${NESTORA_PWNED})", "a b", "'",  "\"",
+                                    ";touch ${NESTORA_PWNED};",  "",    "%1", "*"};
+        KVUpdateHelper::launchWithBundlePath(bundle, arguments, 0);
+
+        const KVTestCompanion::Start start = onlyStart();
+        QCOMPARE(start.arguments, arguments);
+        QCOMPARE(procLink(start.processIdentifier, "exe"), bundle + QStringLiteral("/Contents/MacOS/") + name);
+        QVERIFY(!QFileInfo::exists(pwnedPath()));
+    }
+
+    void launchedProgramIsDetached()
+    {
+        QVERIFY(KVTestCompanion::install(companionPath()));
+        // A descriptor the launched program must not inherit (no close-on-exec flag).
+        const QString markerPath = KVTestSandbox::current().root() + QStringLiteral("/inherited-marker");
+        const int marker = ::open(QFile::encodeName(markerPath).constData(), O_WRONLY | O_CREAT, 0600);
+        QVERIFY(marker >= 0);
+        KVUpdateHelper::launchWithBundlePath(companionPath(), {}, 0);
+        QTRY_COMPARE(m_companion->starts().size(), 1);
+        ::close(marker);
+        const qint64 process = m_companion->starts().first().processIdentifier;
+
+        for (const QString &descriptor : QStringList{"0", "1", "2"})
+            QCOMPARE(procLink(process, "fd/" + descriptor), QStringLiteral("/dev/null"));
+        for (const QString &descriptor :
+             QDir(QStringLiteral("/proc/%1/fd").arg(process)).entryList(QDir::Files | QDir::System))
+            QVERIFY(procLink(process, "fd/" + descriptor) != markerPath);
+        QCOMPARE(::getsid(pid_t(process)), pid_t(process)); // leads a session of its own
+        QCOMPARE(procLink(process, "cwd"), QStringLiteral("/"));
+    }
+
+    void launchedProgramOutlivesItsLauncher()
+    {
+        QVERIFY(KVTestCompanion::install(companionPath()));
+        QProcess launcher;
+        launcher.start(QStringLiteral(NESTORA_BUILD_DIR "/companion/nestora-launch"),
+                       {companionPath(), QStringLiteral("-KVWindowOrigin"), QStringLiteral("1"), QStringLiteral("2")});
+        QVERIFY(launcher.waitForFinished());
+        QCOMPARE(launcher.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(launcher.exitCode(), 0);
+
+        QTRY_COMPARE(m_companion->starts().size(), 1);
+        const KVTestCompanion::Start start = m_companion->starts().first();
+        QCOMPARE(start.arguments, (QStringList{"-KVWindowOrigin", "1", "2"}));
+        QVERIFY(KVTestCompanion::waitForLaunchScripts());
+        QVERIFY(KVTestCompanion::isRunning(start.processIdentifier));
+    }
+
+    void terminatesEveryInstanceOfTheBundle()
+    {
+        // Identifiers of this test process alone, so that no other test's instances are touched.
+        const QString identifier = QStringLiteral("com.keldran.nestora.test%1").arg(QCoreApplication::applicationPid());
+        const QString bystanderIdentifier = identifier + QStringLiteral(".bystander");
+        const QString bystander = applicationsFolder() + QStringLiteral("/Bystander.app");
+        QVERIFY(KVTestCompanion::install(companionPath(), {}, identifier));
+        QVERIFY(KVTestCompanion::install(bystander, {}, bystanderIdentifier));
+
+        KVUpdateHelper engine(kManifestURL);
+        QVERIFY(!engine.terminateWithBundleId(identifier)); // none running
+        for (const QString &bundle : {companionPath(), companionPath(), bystander}) {
+            KVError error;
+            QVERIFY(KVDetachedProcess::start(bundle + QStringLiteral("/Contents/MacOS/Nestora"), {}, &error));
+            QVERIFY(error.isNull());
+        }
+        QTRY_COMPARE(m_companion->starts().size(), 3);
+        const QList<KVTestCompanion::Start> starts = m_companion->starts();
+
+        QVERIFY(engine.terminateWithBundleId(identifier));
+        QVERIFY(!engine.terminateWithBundleId(QString()));
+        const auto runningInstances = [&] {
+            return std::count_if(starts.cbegin(), starts.cend(), [](const KVTestCompanion::Start &start) {
+                return KVTestCompanion::isRunning(start.processIdentifier);
+            });
+        };
+        QTRY_COMPARE(runningInstances(), 1);
+        QVERIFY(!engine.terminateWithBundleId(identifier));
+        QVERIFY(engine.terminateWithBundleId(bystanderIdentifier)); // the bystander was left alone
+    }
 };
-
-namespace {
-const QString kLaunchDateKey = QStringLiteral("InstallerLastLaunchDate");
-const QString kUpdateDateKey = QStringLiteral("InstallerUpdateDate");
-
-QString applicationsFolder()
-{
-    return KVTestSandbox::current().applicationsDirectory();
-}
-
-QString companionPath()
-{
-    return applicationsFolder() + QStringLiteral("/Nestora.app");
-}
-
-QString pwnedPath()
-{
-    return KVTestSandbox::current().root() + QStringLiteral("/pwned");
-}
-
-QDateTime dateFromSeconds(double seconds)
-{
-    return seconds < 0 ? QDateTime() : QDateTime::fromMSecsSinceEpoch(qint64(seconds * 1000), Qt::UTC);
-}
-
-QString fileDescriptorTarget(qint64 processIdentifier, int descriptor)
-{
-    return QFile::symLinkTarget(QStringLiteral("/proc/%1/fd/%2").arg(processIdentifier).arg(descriptor));
-}
-} // namespace
-
-void LaunchTest::init()
-{
-    KVTestSandbox::current().reset();
-    m_companion = std::make_unique<KVTestCompanion>();
-    // A launch script that ran a command hidden in a name would create this file.
-    qputenv("NESTORA_PWNED", QFile::encodeName(pwnedPath()));
-}
-
-void LaunchTest::launchAppPassesOriginAndDates_data()
-{
-    QTest::addColumn<bool>("hasWindow");
-    QTest::addColumn<QPointF>("origin");
-    QTest::addColumn<double>("launchSeconds"); // < 0: no default
-    QTest::addColumn<double>("updateSeconds"); // < 0: no default
-    QTest::addColumn<QStringList>("arguments");
-
-    QTest::newRow("window and launch date")
-        << true << QPointF(300, 500) << 1700000000.5 << -1.0
-        << QStringList{"-KVWindowOrigin", "300", "500", "-InstallerLaunchDate", "1700000000.5"};
-    QTest::newRow("with update date") << true << QPointF(300, 500) << 1700000000.5 << 1700003600.25
-                                      << QStringList{"-KVWindowOrigin",      "300",          "500",
-                                                     "-InstallerLaunchDate", "1700000000.5", "-InstallerUpdatedDate",
-                                                     "1700003600.25"};
-    QTest::newRow("origin in single precision")
-        << true << QPointF(0.1, 2.000000001) << 1700000000.0 << -1.0
-        << QStringList{"-KVWindowOrigin", "0.1", "2", "-InstallerLaunchDate", "1700000000"};
-    QTest::newRow("no window, no dates") << false << QPointF() << -1.0 << -1.0
-                                         << QStringList{"-KVWindowOrigin", "0", "0", "-InstallerLaunchDate", "0"};
-    QTest::newRow("update date without launch date")
-        << true << QPointF(-20, 40.5) << -1.0 << 1600000000.0
-        << QStringList{"-KVWindowOrigin",       "-20",       "40.5", "-InstallerLaunchDate", "0",
-                       "-InstallerUpdatedDate", "1600000000"};
-}
-
-void LaunchTest::launchAppPassesOriginAndDates()
-{
-    QFETCH(bool, hasWindow);
-    QFETCH(QPointF, origin);
-    QFETCH(double, launchSeconds);
-    QFETCH(double, updateSeconds);
-    QFETCH(QStringList, arguments);
-
-    QVERIFY(KVTestCompanion::install(companionPath()));
-    KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
-    defaults.removeObjectForKey(kLaunchDateKey);
-    defaults.removeObjectForKey(kUpdateDateKey);
-    if (launchSeconds >= 0)
-        defaults.setObject(kLaunchDateKey, dateFromSeconds(launchSeconds));
-    if (updateSeconds >= 0)
-        defaults.setObject(kUpdateDateKey, dateFromSeconds(updateSeconds));
-
-    KVUpdateHelper engine(QUrl(QStringLiteral("http://127.0.0.1:9/manifest.ini")));
-    int terminations = 0;
-    const auto windowOrigin = [origin] {
-        [&] { QVERIFY(KVDispatch::isMainThread()); }();
-        return origin;
-    };
-    engine.setHost(KVTestHost(
-        [&] {
-            QVERIFY(KVDispatch::isMainThread());
-            ++terminations;
-        },
-        hasWindow ? std::function<QPointF()>(windowOrigin) : std::function<QPointF()>()));
-
-    KVLogCapture log;
-    engine.queue().async([&] { engine.launchApp(); });
-    QTRY_COMPARE(terminations, 1);
-    const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
-    QVERIFY(starts);
-    QCOMPARE(starts->size(), 1);
-    QCOMPARE(starts->first().arguments, arguments);
-
-    QVERIFY(!defaults.objectForKey(kLaunchDateKey).isValid());
-    QVERIFY(!defaults.objectForKey(kUpdateDateKey).isValid());
-    QVERIFY(log.contains(KVFormat("%@ start parameters %@", QStringLiteral("KVUpdateHelper"), arguments)));
-    QCOMPARE(log.contains(QStringLiteral("invaild install launch date!")), launchSeconds < 0);
-}
-
-void LaunchTest::scriptStopsOnceTheProgramRuns_data()
-{
-    QTest::addColumn<QString>("bundleName");
-    QTest::addColumn<QString>("programName"); // empty: the built one, "Nestora"
-    QTest::addColumn<bool>("alreadyRunning");
-    QTest::addColumn<int>("launches");
-
-    QTest::newRow("first launch") << "Nestora.app" << QString() << false << 1;
-    QTest::newRow("already running: first attempt only") << "Nestora.app" << QString() << true << 1;
-    QTest::newRow("name longer than Linux keeps") << "NestoraCompanionApp.app"
-                                                  << "NestoraCompanionApp" << false << 1;
-    QTest::newRow("long name, already running") << "NestoraCompanionApp.app"
-                                                << "NestoraCompanionApp" << true << 1;
-    QTest::newRow("bundle renamed, program not") << "Nestora 2.app" << QString() << false << 1;
-}
-
-void LaunchTest::scriptStopsOnceTheProgramRuns()
-{
-    QFETCH(QString, bundleName);
-    QFETCH(QString, programName);
-    QFETCH(bool, alreadyRunning);
-    QFETCH(int, launches);
-
-    const QString bundle = applicationsFolder() + QLatin1Char('/') + bundleName;
-    QVERIFY(KVTestCompanion::install(bundle, programName));
-    if (alreadyRunning) {
-        KVUpdateHelper::launchWithBundlePath(bundle, {QStringLiteral("first")}, 0);
-        QCOMPARE(m_companion->settledStarts().value_or(QList<KVTestCompanion::Start>()).size(), 1);
-    }
-    KVUpdateHelper::launchWithBundlePath(bundle, {QStringLiteral("-a"), QStringLiteral("b")}, 0);
-
-    const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
-    QVERIFY(starts);
-    QCOMPARE(starts->size(), launches + (alreadyRunning ? 1 : 0));
-    QCOMPARE(starts->last().arguments, (QStringList{"-a", "b"}));
-}
-
-void LaunchTest::hostilePathsLaunchTheRightProgram_data()
-{
-    QTest::addColumn<QString>("name"); // of the bundle (with ".app") and of its program
-
-    QTest::newRow("blanks") << "Nest ora  app";
-    QTest::newRow("double quotes") << "Nest\"ora\"";
-    QTest::newRow("single quotes") << "Nest'ora'";
-    QTest::newRow("command substitution") << "$(touch ${NESTORA_PWNED})";
-    QTest::newRow("backticks") << "`touch ${NESTORA_PWNED}`";
-    QTest::newRow("semicolons") << "x;touch ${NESTORA_PWNED};";
-    QTest::newRow("ampersand and pipe") << "a&touch ${NESTORA_PWNED}|b";
-    QTest::newRow("redirection") << "a>${NESTORA_PWNED}";
-    QTest::newRow("regular expression characters") << "N.e*s[t](o)|r^a$\\";
-    QTest::newRow("format placeholders") << "%1 %2 %3 %@";
-    QTest::newRow("leading dash and tilde") << "-~n";
-}
-
-void LaunchTest::hostilePathsLaunchTheRightProgram()
-{
-    QFETCH(QString, name);
-
-    const QString bundle = applicationsFolder() + QLatin1Char('/') + name + QStringLiteral(".app");
-    QVERIFY(KVTestCompanion::install(bundle, name));
-    const QStringList arguments{"$(touch ${NESTORA_PWNED})", "a b", "'",  "\"",
-                                ";touch ${NESTORA_PWNED};",  "",    "%1", "*"};
-    KVUpdateHelper::launchWithBundlePath(bundle, arguments, 0);
-
-    const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
-    QVERIFY(starts);
-    QCOMPARE(starts->size(), 1);
-    QCOMPARE(starts->first().arguments, arguments);
-    QCOMPARE(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(starts->first().processIdentifier)),
-             bundle + QStringLiteral("/Contents/MacOS/") + name);
-    QVERIFY(!QFileInfo::exists(pwnedPath()));
-}
-
-void LaunchTest::delayComesFirst()
-{
-    QVERIFY(KVTestCompanion::install(companionPath()));
-    QElapsedTimer clock;
-    clock.start();
-    KVUpdateHelper::launchWithBundlePath(companionPath(), {QStringLiteral("-a"), QStringLiteral("b")}, 0.6f);
-    QTRY_COMPARE(m_companion->starts().size(), 1);
-    QVERIFY2(clock.elapsed() >= 600, qPrintable(QString::number(clock.elapsed())));
-    const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
-    QVERIFY(starts);
-    QCOMPARE(starts->size(), 1);
-    QCOMPARE(starts->first().arguments, (QStringList{"-a", "b"}));
-}
-
-void LaunchTest::launchedProgramIsDetached()
-{
-    QVERIFY(KVTestCompanion::install(companionPath()));
-    // A descriptor the launched program must not inherit (no close-on-exec flag).
-    const QString markerPath = KVTestSandbox::current().root() + QStringLiteral("/inherited-marker");
-    const int marker = ::open(QFile::encodeName(markerPath).constData(), O_WRONLY | O_CREAT, 0600);
-    QVERIFY(marker >= 0);
-    KVUpdateHelper::launchWithBundlePath(companionPath(), {}, 0);
-    QTRY_COMPARE(m_companion->starts().size(), 1);
-    ::close(marker);
-    const qint64 processIdentifier = m_companion->starts().first().processIdentifier;
-
-    for (int descriptor : {0, 1, 2})
-        QCOMPARE(fileDescriptorTarget(processIdentifier, descriptor), QStringLiteral("/dev/null"));
-    for (const QString &descriptor :
-         QDir(QStringLiteral("/proc/%1/fd").arg(processIdentifier)).entryList(QDir::Files | QDir::System))
-        QVERIFY(fileDescriptorTarget(processIdentifier, descriptor.toInt()) != markerPath);
-    QCOMPARE(::getsid(pid_t(processIdentifier)), pid_t(processIdentifier)); // leads a session of its own
-    QCOMPARE(QFile::symLinkTarget(QStringLiteral("/proc/%1/cwd").arg(processIdentifier)), QStringLiteral("/"));
-}
-
-void LaunchTest::launchedProgramOutlivesItsLauncher()
-{
-    QVERIFY(KVTestCompanion::install(companionPath()));
-    QProcess launcher;
-    launcher.start(QStringLiteral(NESTORA_BUILD_DIR "/companion/nestora-launch"),
-                   {companionPath(), QStringLiteral("-KVWindowOrigin"), QStringLiteral("1"), QStringLiteral("2")});
-    QVERIFY(launcher.waitForFinished());
-    QCOMPARE(launcher.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(launcher.exitCode(), 0);
-
-    QTRY_COMPARE(m_companion->starts().size(), 1);
-    const KVTestCompanion::Start start = m_companion->starts().first();
-    QCOMPARE(start.arguments, (QStringList{"-KVWindowOrigin", "1", "2"}));
-    QVERIFY(KVTestCompanion::waitForLaunchScripts());
-    QVERIFY(KVTestCompanion::isRunning(start.processIdentifier));
-}
-
-void LaunchTest::terminatesEveryInstanceOfTheBundle()
-{
-    // Identifiers of this test process alone, so that no other test's instances are touched.
-    const QString identifier = QStringLiteral("com.keldran.nestora.test%1").arg(QCoreApplication::applicationPid());
-    const QString bystanderIdentifier = identifier + QStringLiteral(".bystander");
-    const QString bystander = applicationsFolder() + QStringLiteral("/Bystander.app");
-    QVERIFY(KVTestCompanion::install(companionPath(), {}, identifier));
-    QVERIFY(KVTestCompanion::install(bystander, {}, bystanderIdentifier));
-
-    KVUpdateHelper engine(QUrl(QStringLiteral("http://127.0.0.1:9/manifest.ini")));
-    QVERIFY(!engine.terminateWithBundleId(identifier)); // none running
-    for (const QString &bundle : {companionPath(), companionPath(), bystander}) {
-        KVError error;
-        QVERIFY(KVDetachedProcess::start(bundle + QStringLiteral("/Contents/MacOS/Nestora"), {}, &error));
-        QVERIFY(error.isNull());
-    }
-    QTRY_COMPARE(m_companion->starts().size(), 3);
-    const QList<KVTestCompanion::Start> starts = m_companion->starts();
-
-    QVERIFY(engine.terminateWithBundleId(identifier));
-    QVERIFY(!engine.terminateWithBundleId(QString()));
-    const auto runningInstances = [&] {
-        return std::count_if(starts.cbegin(), starts.cend(), [](const KVTestCompanion::Start &start) {
-            return KVTestCompanion::isRunning(start.processIdentifier);
-        });
-    };
-    QTRY_COMPARE(runningInstances(), 1);
-    QVERIFY(!engine.terminateWithBundleId(identifier));
-    QVERIFY(engine.terminateWithBundleId(bystanderIdentifier)); // the bystander was left alone
-}
 
 NESTORA_TEST_MAIN(LaunchTest)
 #include "tst_launch.moc"
