@@ -7,204 +7,193 @@
 #include <QDir>
 #include <QFile>
 
-// How the engine types manifest sections by name, where each kind is downloaded to and installed,
-// and where it finds the installed version of each kind.
-class SectionsTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void init();
+namespace {
 
-    void typeOfSection_data();
-    void typeOfSection();
-    void paths_data();
-    void paths();
-    void dataItemVersionsComeFromHistory();
-    void installerVersionComesFromMainBundle();
-    void pluginVersion_data();
-    void pluginVersion();
-    void pluginDirectoryIsNeverCreated();
+const QUrl kManifestURL(QStringLiteral("http://127.0.0.1:9/manifest.ini"));
 
-private:
-    static QString installerBundlePath() {
-        return KVTestSandbox::current().root() + QStringLiteral("/NestoraInstaller.app");
-    }
-};
+QString installerBundlePath()
+{
+    return KVTestSandbox::current().root() + QStringLiteral("/NestoraInstaller.app");
+}
 
-static const QUrl kManifestURL(QStringLiteral("http://127.0.0.1:9/manifest.ini"));
-
-static void writeInfo(const QString &bundlePath, const QVariantMap &info) {
+void writeInfo(const QString &bundlePath, const QVariantMap &info)
+{
     QDir().mkpath(bundlePath + QStringLiteral("/Contents"));
     QVERIFY(KVPropertyList::writeDictionary(bundlePath + QStringLiteral("/Contents/Info.plist"), info));
 }
 
-void SectionsTest::init() {
-    KVTestSandbox::current().reset();
-    writeInfo(installerBundlePath(), {{QStringLiteral("CFBundleVersion"), QStringLiteral("1.4.2")}});
-    KVBundle::setMainBundlePath(installerBundlePath());
-}
+} // namespace
 
-void SectionsTest::typeOfSection_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<long>("type");
+// How the engine types manifest sections by name, where each kind is downloaded to and installed,
+// and where it finds the installed version of each kind.
+class SectionsTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        KVTestSandbox::current().reset();
+        writeInfo(installerBundlePath(), {{"CFBundleVersion", "1.4.2"}});
+        KVBundle::setMainBundlePath(installerBundlePath());
+    }
 
-    QTest::newRow("installer index") << "Mac_Installer" << long(KVUpdateSectionTypeInstaller);
-    QTest::newRow("installer index in lower case") << "mac_installer" << long(KVUpdateSectionTypeUnknown);
-    QTest::newRow("installer release") << "Mac_Installer_2.0" << long(KVUpdateSectionTypeInstallerRelease);
-    QTest::newRow("installer release without version")
-        << "Mac_Installer_" << long(KVUpdateSectionTypeInstallerRelease);
-    QTest::newRow("installer name run on") << "Mac_InstallerX" << long(KVUpdateSectionTypeUnknown);
-    QTest::newRow("application index") << "Mac_Application" << long(KVUpdateSectionTypeApplication);
-    QTest::newRow("application release")
-        << "Mac_Application_2.1.1" << long(KVUpdateSectionTypeApplicationRelease);
-    QTest::newRow("application release without version")
-        << "Mac_Application_" << long(KVUpdateSectionTypeApplicationRelease);
-    QTest::newRow("plug-in index") << "Mac_Module_Backup" << long(KVUpdateSectionTypeModule);
-    QTest::newRow("plug-in release") << "Mac_Module_Backup_1.2" << long(KVUpdateSectionTypeModuleRelease);
-    QTest::newRow("plug-in name with underscore")
-        << "Mac_Module_My_Backup_1.2" << long(KVUpdateSectionTypeUnknown);
-    QTest::newRow("plug-in prefix alone") << "Mac_Module_" << long(KVUpdateSectionTypeModule);
-    QTest::newRow("module without underscore") << "Mac_Module" << long(KVUpdateSectionTypeUnknown);
-    QTest::newRow("devices XML") << "Device_XML" << long(KVUpdateSectionTypeDeviceXML);
-    QTest::newRow("devices XML with a blank") << "Device_XML " << long(KVUpdateSectionTypeUnknown);
-    QTest::newRow("device icons") << "Device_Icon" << long(KVUpdateSectionTypeDeviceIcon);
-    QTest::newRow("smart cards") << "Smart_Cards" << long(KVUpdateSectionTypeSmartCards);
-    QTest::newRow("smart cards in lower case") << "smart_cards" << long(KVUpdateSectionTypeUnknown);
-    QTest::newRow("empty name") << "" << long(KVUpdateSectionTypeUnknown);
-}
+    void typeOfSection_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<long>("type");
 
-void SectionsTest::typeOfSection() {
-    QFETCH(QString, name);
-    QFETCH(long, type);
-    const KVUpdateHelper engine(kManifestURL);
-    QCOMPARE(long(engine.typeOfSection(KVINISection(name))), type);
-}
+        QTest::newRow("installer index") << "Mac_Installer" << long(KVUpdateSectionTypeInstaller);
+        QTest::newRow("names are case-sensitive") << "mac_installer" << long(KVUpdateSectionTypeUnknown);
+        QTest::newRow("installer release") << "Mac_Installer_2.0" << long(KVUpdateSectionTypeInstallerRelease);
+        QTest::newRow("installer release without version")
+            << "Mac_Installer_" << long(KVUpdateSectionTypeInstallerRelease);
+        QTest::newRow("installer name run on") << "Mac_InstallerX" << long(KVUpdateSectionTypeUnknown);
+        QTest::newRow("application index") << "Mac_Application" << long(KVUpdateSectionTypeApplication);
+        QTest::newRow("application release") << "Mac_Application_2.1.1" << long(KVUpdateSectionTypeApplicationRelease);
+        QTest::newRow("application release without version")
+            << "Mac_Application_" << long(KVUpdateSectionTypeApplicationRelease);
+        QTest::newRow("plug-in index") << "Mac_Module_Backup" << long(KVUpdateSectionTypeModule);
+        QTest::newRow("plug-in release") << "Mac_Module_Backup_1.2" << long(KVUpdateSectionTypeModuleRelease);
+        QTest::newRow("plug-in name with underscore") << "Mac_Module_My_Backup_1.2" << long(KVUpdateSectionTypeUnknown);
+        QTest::newRow("plug-in prefix alone") << "Mac_Module_" << long(KVUpdateSectionTypeModule);
+        QTest::newRow("module without underscore") << "Mac_Module" << long(KVUpdateSectionTypeUnknown);
+        QTest::newRow("devices XML") << "Device_XML" << long(KVUpdateSectionTypeDeviceXML);
+        QTest::newRow("devices XML with a blank") << "Device_XML " << long(KVUpdateSectionTypeUnknown);
+        QTest::newRow("device icons") << "Device_Icon" << long(KVUpdateSectionTypeDeviceIcon);
+        QTest::newRow("smart cards") << "Smart_Cards" << long(KVUpdateSectionTypeSmartCards);
+        QTest::newRow("empty name") << "" << long(KVUpdateSectionTypeUnknown);
+    }
 
-void SectionsTest::paths_data() {
-    // Expected paths start with a folder token: <tmp>, <apps>, <data> (the data home), <installer>.
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("downloadPath");
-    QTest::addColumn<QString>("deploymentPath");
-    QTest::addColumn<long>("unavailableType"); // -1: no message expected
+    void typeOfSection()
+    {
+        QFETCH(QString, name);
+        QFETCH(long, type);
+        QCOMPARE(long(KVUpdateHelper(kManifestURL).typeOfSection(KVINISection(name))), type);
+    }
 
-    QTest::newRow("installer release") << "Mac_Installer_2.0"
-                                       << "<tmp>/keldran-vexa-installer-latest.zip"
-                                       << "<installer>" << -1L;
-    QTest::newRow("application release") << "Mac_Application_2.1.1"
-                                         << "<tmp>/keldran-vexa-app.zip"
-                                         << "<apps>/Nestora.app" << -1L;
-    QTest::newRow("plug-in release") << "Mac_Module_Backup_1.2"
-                                     << "<tmp>/keldran-vexa-Mac_Module_Backup_1.2.zip"
-                                     << "<data>/Nestora/PlugIns/Backup.vexaplugin" << -1L;
-    QTest::newRow("devices XML") << "Device_XML"
-                                 << "<tmp>/keldran-vexa-devices.xml"
-                                 << "<data>/Nestora/Devices/devices.data" << -1L;
-    QTest::newRow("device icons") << "Device_Icon"
-                                  << "<tmp>/keldran-vexa-device-icons.zip"
-                                  << "<data>/Nestora/Devices/Icons" << -1L;
-    QTest::newRow("smart cards") << "Smart_Cards"
-                                 << "<tmp>/keldran-vexa-smart-cards.json"
-                                 << "<data>/Nestora/SmartCards/SmartCards.json" << -1L;
-    QTest::newRow("installer index") << "Mac_Installer" << QString() << QString() << 1L;
-    QTest::newRow("application index") << "Mac_Application" << QString() << QString() << 3L;
-    QTest::newRow("plug-in index") << "Mac_Module_Backup" << QString() << QString() << 5L;
-    QTest::newRow("unknown") << "Readme" << QString() << QString() << 0L;
-}
+    void paths_data()
+    {
+        // Expected paths start with a folder token: <tmp>, <apps>, <data> (the data home), <installer>.
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("downloadPath");
+        QTest::addColumn<QString>("deploymentPath");
+        QTest::addColumn<long>("unavailableType"); // -1: no message expected
 
-void SectionsTest::paths() {
-    QFETCH(QString, name);
-    QFETCH(QString, downloadPath);
-    QFETCH(QString, deploymentPath);
-    QFETCH(long, unavailableType);
+        QTest::newRow("installer release") << "Mac_Installer_2.0"
+                                           << "<tmp>/keldran-vexa-installer-latest.zip"
+                                           << "<installer>" << -1L;
+        QTest::newRow("application release") << "Mac_Application_2.1.1"
+                                             << "<tmp>/keldran-vexa-app.zip"
+                                             << "<apps>/Nestora.app" << -1L;
+        QTest::newRow("plug-in release") << "Mac_Module_Backup_1.2"
+                                         << "<tmp>/keldran-vexa-Mac_Module_Backup_1.2.zip"
+                                         << "<data>/Nestora/PlugIns/Backup.vexaplugin" << -1L;
+        QTest::newRow("devices XML") << "Device_XML"
+                                     << "<tmp>/keldran-vexa-devices.xml"
+                                     << "<data>/Nestora/Devices/devices.data" << -1L;
+        QTest::newRow("device icons") << "Device_Icon"
+                                      << "<tmp>/keldran-vexa-device-icons.zip"
+                                      << "<data>/Nestora/Devices/Icons" << -1L;
+        QTest::newRow("smart cards") << "Smart_Cards"
+                                     << "<tmp>/keldran-vexa-smart-cards.json"
+                                     << "<data>/Nestora/SmartCards/SmartCards.json" << -1L;
+        QTest::newRow("installer index") << "Mac_Installer" << QString() << QString() << 1L;
+        QTest::newRow("application index") << "Mac_Application" << QString() << QString() << 3L;
+        QTest::newRow("plug-in index") << "Mac_Module_Backup" << QString() << QString() << 5L;
+        QTest::newRow("unknown") << "Readme" << QString() << QString() << 0L;
+    }
 
-    const KVTestSandbox &sandbox = KVTestSandbox::current();
-    const auto resolved = [&](QString path) {
-        return path.replace(QLatin1String("<tmp>"), sandbox.temporaryDirectory())
-            .replace(QLatin1String("<apps>"), sandbox.applicationsDirectory())
-            .replace(QLatin1String("<data>"), sandbox.dataHome())
-            .replace(QLatin1String("<installer>"), installerBundlePath());
-    };
-    KVLogCapture log;
-    const KVUpdateHelper engine(kManifestURL);
-    const KVINISection section(name);
-    QCOMPARE(engine.downloadPathForSection(section), resolved(downloadPath));
-    QCOMPARE(engine.deploymentPathForSection(section), resolved(deploymentPath));
-    const QStringList expectedLog{
-        QStringLiteral("deploymentPathForSection: deployment path unavailable for section type %1")
-            .arg(unavailableType)};
-    QCOMPARE(log.messages(), unavailableType < 0 ? QStringList() : expectedLog);
-}
+    void paths()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, downloadPath);
+        QFETCH(QString, deploymentPath);
+        QFETCH(long, unavailableType);
 
-void SectionsTest::dataItemVersionsComeFromHistory() {
+        const KVTestSandbox &sandbox = KVTestSandbox::current();
+        const auto resolved = [&](QString path) {
+            return path.replace(QLatin1String("<tmp>"), sandbox.temporaryDirectory())
+                .replace(QLatin1String("<apps>"), sandbox.applicationsDirectory())
+                .replace(QLatin1String("<data>"), sandbox.dataHome())
+                .replace(QLatin1String("<installer>"), installerBundlePath());
+        };
+        KVLogCapture log;
+        const KVUpdateHelper engine(kManifestURL);
+        const KVINISection section(name);
+        QCOMPARE(engine.downloadPathForSection(section), resolved(downloadPath));
+        QCOMPARE(engine.deploymentPathForSection(section), resolved(deploymentPath));
+        const QString unavailable =
+            QStringLiteral("deploymentPathForSection: deployment path unavailable for section type %1");
+        QCOMPARE(log.messages(), unavailableType < 0 ? QStringList() : QStringList{unavailable.arg(unavailableType)});
+        // Asking for a plug-in's place never creates the plug-in folder.
+        QCOMPARE(engine.pluginDirectory(), resolved("<data>/Nestora/PlugIns"));
+        QVERIFY(!QFileInfo::exists(engine.pluginDirectory()));
+    }
+
+    void dataItemVersionsComeFromHistory()
+    {
+        const QString history = KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/UpdateHistory.plist");
+        {
+            const KVUpdateHelper engine(kManifestURL);
+            QVERIFY(engine.currentVersionOfDevicesXML().isNull()); // never deployed
+            QVERIFY(engine.currentVersionOfDeviceIcons().isNull());
+            QVERIFY(engine.currentVersionOfSmartCard().isNull());
+            QVERIFY(!QFile::exists(history)); // nothing written until a data item is deployed
+        }
+        QVERIFY(QDir().mkpath(QFileInfo(history).path()));
+        QVERIFY(KVPropertyList::writeDictionary(
+            history, {{"Device_XML", "3.1"}, {"Device_Icon", "7"}, {"Smart_Cards", qint64(4)}}));
+        const KVUpdateHelper engine(kManifestURL);
+        QCOMPARE(engine.archive(), history);
+        QCOMPARE(engine.currentVersionOfDevicesXML(), QStringLiteral("3.1"));
+        QCOMPARE(engine.currentVersionOfDeviceIcons(), QStringLiteral("7"));
+        QVERIFY(engine.currentVersionOfSmartCard().isNull()); // a version is text; anything else is no version
+
+        QFile damaged(history); // reads as no history at all
+        QVERIFY(damaged.open(QIODevice::WriteOnly) && damaged.write("<plist><dict><key>x") > 0);
+        damaged.close();
+        QVERIFY(KVUpdateHelper(kManifestURL).history().isEmpty());
+    }
+
+    void installerVersionIsReadFromMainBundleEachTime()
     {
         const KVUpdateHelper engine(kManifestURL);
-        QVERIFY(engine.currentVersionOfDevicesXML().isNull()); // never deployed
-        QVERIFY(engine.currentVersionOfDeviceIcons().isNull());
-        QVERIFY(engine.currentVersionOfSmartCard().isNull());
-    }
-    const QString history =
-        KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/UpdateHistory.plist");
-    QVERIFY(QDir().mkpath(QFileInfo(history).path()));
-    QVERIFY(KVPropertyList::writeDictionary(history, {{QStringLiteral("Device_XML"), QStringLiteral("3.1")},
-                                                      {QStringLiteral("Device_Icon"), QStringLiteral("7")},
-                                                      {QStringLiteral("Smart_Cards"), qint64(4)}}));
-    const KVUpdateHelper engine(kManifestURL);
-    QCOMPARE(engine.currentVersionOfDevicesXML(), QStringLiteral("3.1"));
-    QCOMPARE(engine.currentVersionOfDeviceIcons(), QStringLiteral("7"));
-    QVERIFY(engine.currentVersionOfSmartCard().isNull()); // a version is text; anything else is no version
-}
-
-void SectionsTest::installerVersionComesFromMainBundle() {
-    const KVUpdateHelper engine(kManifestURL);
-    QCOMPARE(engine.currentVersion(), QStringLiteral("1.4.2"));
-    writeInfo(installerBundlePath(), {});
-    QVERIFY(engine.currentVersion().isNull());
-}
-
-void SectionsTest::pluginVersion_data() {
-    QTest::addColumn<QString>("installed"); // "bundle", "bundle without version", "file", "nothing"
-    QTest::addColumn<QString>("version");
-
-    QTest::newRow("installed bundle") << "bundle"
-                                      << "1.1";
-    QTest::newRow("bundle without version") << "bundle without version" << QString();
-    QTest::newRow("a file in its place") << "file" << QString();
-    QTest::newRow("not installed") << "nothing" << QString();
-}
-
-void SectionsTest::pluginVersion() {
-    QFETCH(QString, installed);
-    QFETCH(QString, version);
-
-    const QString plugIn =
-        KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/PlugIns/Backup.vexaplugin");
-    if (installed == QLatin1String("bundle"))
-        writeInfo(plugIn, {{QStringLiteral("CFBundleVersion"), QStringLiteral("1.1")}});
-    else if (installed == QLatin1String("bundle without version"))
-        writeInfo(plugIn, {{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.keldran.backup")}});
-    else if (installed == QLatin1String("file")) {
-        QDir().mkpath(QFileInfo(plugIn).path());
-        QFile file(plugIn);
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(engine.currentVersion(), QStringLiteral("1.4.2"));
+        writeInfo(installerBundlePath(), {});
+        QVERIFY(engine.currentVersion().isNull());
     }
 
-    const KVUpdateHelper engine(kManifestURL);
-    QCOMPARE(engine.currentVersionOfPlugin(KVINISection(QStringLiteral("Mac_Module_Backup_1.2"))), version);
-    QVERIFY(engine.currentVersionOfPlugin(KVINISection(QStringLiteral("Mac_Module_Backup"))).isNull());
-}
+    void pluginVersion_data()
+    {
+        QTest::addColumn<QString>("installed"); // "bundle", "bundle without version", "file", "nothing"
+        QTest::addColumn<QString>("version");
 
-void SectionsTest::pluginDirectoryIsNeverCreated() {
-    const QString expected = KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/PlugIns");
-    const KVUpdateHelper engine(kManifestURL);
-    QCOMPARE(engine.pluginDirectory(), expected);
-    QVERIFY(!QFileInfo::exists(expected));
-    QCOMPARE(engine.deploymentPathForSection(KVINISection(QStringLiteral("Mac_Module_Backup_1.2"))),
-             expected + QStringLiteral("/Backup.vexaplugin"));
-    QVERIFY(!QFileInfo::exists(expected));
+        QTest::newRow("installed bundle") << "bundle"
+                                          << "1.1";
+        QTest::newRow("bundle without version") << "bundle without version" << QString();
+        QTest::newRow("a file in its place") << "file" << QString();
+        QTest::newRow("not installed") << "nothing" << QString();
+    }
 
-    QVERIFY(QDir().mkpath(expected));
-    QCOMPARE(engine.pluginDirectory(), expected);
-    QVERIFY(QFileInfo(expected).isDir());
-}
+    void pluginVersion()
+    {
+        QFETCH(QString, installed);
+        QFETCH(QString, version);
+
+        const QString plugIn =
+            KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/PlugIns/Backup.vexaplugin");
+        if (installed == QLatin1String("bundle"))
+            writeInfo(plugIn, {{"CFBundleVersion", "1.1"}});
+        else if (installed == QLatin1String("bundle without version"))
+            writeInfo(plugIn, {{"CFBundleIdentifier", "com.keldran.backup"}});
+        else if (installed == QLatin1String("file"))
+            QVERIFY(QDir().mkpath(QFileInfo(plugIn).path()) && QFile(plugIn).open(QIODevice::WriteOnly));
+
+        const KVUpdateHelper engine(kManifestURL);
+        QCOMPARE(engine.currentVersionOfPlugin(KVINISection(QStringLiteral("Mac_Module_Backup_1.2"))), version);
+        QVERIFY(engine.currentVersionOfPlugin(KVINISection(QStringLiteral("Mac_Module_Backup"))).isNull());
+    }
+};
 
 NESTORA_TEST_MAIN(SectionsTest)
 #include "tst_sections.moc"
