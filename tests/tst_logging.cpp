@@ -7,6 +7,12 @@
 #include <QDir>
 #include <QFile>
 
+static QString readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
 // The installer's logging: which file log the user's "LogLevel" selects, how files roll, and the
 // exact rendering of the Objective-C style formats the log lines are written in.
 class LoggingTest : public QObject
@@ -15,162 +21,152 @@ class LoggingTest : public QObject
 private Q_SLOTS:
     void init() { KVTestSandbox::current().reset(); }
 
-    void levelSelection_data();
-    void levelSelection();
-    void errorLineIsOnDiskWhenTheCallReturns();
-    void rollsAfterSevenDaysAndKeepsEightFiles();
-    void unwritableLogFolderDoesNotStopTheProgram();
-    void formatsRenderLikeTheOriginal_data();
-    void formatsRenderLikeTheOriginal();
+    void levelSelection_data()
+    {
+        QTest::addColumn<QVariant>("storedLevel");       // the user's own "LogLevel"; invalid = absent
+        QTest::addColumn<QString>("confirmation");       // the level named in the set-up line
+        QTest::addColumn<QStringList>("expectedInFile"); // which of the probe lines reach the file
+        QTest::addColumn<bool>("hasFile");
+
+        const QStringList all{"probe error", "probe warning", "probe info", "probe debug", "probe verbose"};
+        QTest::newRow("absent falls back to info") << QVariant() << "info" << all.mid(0, 3) << true;
+        QTest::newRow("DEBUG is case-blind") << QVariant(QStringLiteral("DEBUG")) << "DEBUG" << all.mid(0, 4) << true;
+        QTest::newRow("verbose") << QVariant(QStringLiteral("verbose")) << "verbose" << all << true;
+        QTest::newRow("warning") << QVariant(QStringLiteral("Warning")) << "Warning" << all.mid(0, 2) << true;
+        QTest::newRow("error") << QVariant(QStringLiteral("error")) << "error" << all.mid(0, 1) << true;
+        QTest::newRow("unknown name attaches no file")
+            << QVariant(QStringLiteral("trace")) << "trace" << QStringList{} << false;
+        QTest::newRow("number falls back to info") << QVariant(qint64(4)) << "info" << all.mid(0, 3) << true;
+    }
+
+    void levelSelection()
+    {
+        QFETCH(QVariant, storedLevel);
+        QFETCH(QString, confirmation);
+        QFETCH(QStringList, expectedInFile);
+        QFETCH(bool, hasFile);
+
+        KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));
+        // Registered defaults do not take part: only the user's own value counts at this point.
+        defaults.registerDefaults({{QStringLiteral("LogLevel"), QStringLiteral("error")}});
+        if (storedLevel.isValid())
+            defaults.setObject(QStringLiteral("LogLevel"), storedLevel);
+
+        KVLogCapture capture;
+        const KVLogSetup::Result result = KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = false});
+        KVLogError("probe error");
+        KVLogWarning("probe warning");
+        KVLogInfo("probe info");
+        KVLogDebug("probe debug");
+        KVLogVerbose("probe verbose");
+        KVLog::flush();
+
+        QCOMPARE(bool(result.fileSink), hasFile);
+        QVERIFY(capture.contains(QStringLiteral("setup CocoaLumberjack log level to ") + confirmation));
+        const QStringList files = QDir(KVLogSetup::logDirectory()).entryList(QDir::Files);
+        if (!hasFile) {
+            QVERIFY(files.isEmpty());
+            return;
+        }
+        QCOMPARE(files.size(), 1);
+        const QString text = readAll(KVLogSetup::logDirectory() + QLatin1Char('/') + files.first());
+        QVERIFY(text.contains(QStringLiteral("setup CocoaLumberjack log level to ") + confirmation));
+        for (const char *probe : {"probe error", "probe warning", "probe info", "probe debug", "probe verbose"})
+            QCOMPARE(text.contains(QLatin1String(probe)), expectedInFile.contains(QLatin1String(probe)));
+        // Lines carry their source location.
+        QVERIFY(text.contains(QStringLiteral("tst_logging.cpp")));
+    }
+
+    void errorLineIsOnDiskWhenTheCallReturns()
+    {
+        KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));
+        const auto result = KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = false});
+        for (int i = 0; i < 200; ++i)
+            KVLogInfo("background line %d", i);
+        KVLogError("written before returning");
+        // No flush: the synchronous error line must already be in the file.
+        QVERIFY(readAll(result.fileSink->currentFilePath()).contains(QStringLiteral("written before returning")));
+    }
+
+    void rollsAfterSevenDaysAndKeepsEightFiles()
+    {
+        QDateTime now = QDateTime(QDate(2026, 1, 1), QTime(8, 0), Qt::UTC);
+        const QString folder = KVTestSandbox::current().root() + QStringLiteral("/rolling");
+        auto sink =
+            std::make_shared<KVRollingFileSink>(folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now; });
+        KVLog::addSink(sink);
+
+        KVLogError("first week");
+        const QString firstFile = sink->currentFilePath();
+        now = now.addSecs(604799);
+        KVLogError("still the first week");
+        QCOMPARE(sink->currentFilePath(), firstFile);
+
+        for (int week = 2; week <= 10; ++week) {
+            now = now.addSecs(604800);
+            KVLogError("week %d", week);
+        }
+        KVLog::removeSink(sink);
+
+        const QStringList files = sink->sortedLogFiles();
+        QCOMPARE(files.size(), 8);
+        QVERIFY(!files.contains(firstFile)); // the oldest went first
+        QVERIFY(readAll(files.last()).contains(QStringLiteral("week 10")));
+        QVERIFY(readAll(files.first()).contains(QStringLiteral("week 3")));
+
+        // A sink created later continues the newest file while it is young enough.
+        KVRollingFileSink reopened(folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now.addSecs(10); });
+        QCOMPARE(reopened.currentFilePath(), files.last());
+    }
+
+    void unwritableLogFolderDoesNotStopTheProgram()
+    {
+        // A plain file where the log folder should be: nothing can be created there.
+        const QString nestora = KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora");
+        QDir().mkpath(nestora);
+        QFile blocker(nestora + QStringLiteral("/InstallerLog"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+
+        KVLogCapture capture;
+        KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));
+        const auto result = KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = false});
+        KVLogError("still logging");
+        QVERIFY(result.fileSink->currentFilePath().isEmpty());
+        QVERIFY(capture.contains(QStringLiteral("still logging")));
+    }
+
+    void formatsRenderLikeTheOriginal_data()
+    {
+        QTest::addColumn<QString>("rendered");
+        QTest::addColumn<QString>("expected");
+
+        QTest::newRow("null object") << KVFormat("%@ os supoort:%@,", QStringLiteral("KVUpdateHelper"), QString())
+                                     << "KVUpdateHelper os supoort:(null),";
+        QTest::newRow("integer and C string") << KVFormat("%s: section type %ld", "deploymentPathForSection", 3L)
+                                              << "deploymentPathForSection: section type 3";
+        QTest::newRow("six decimals") << KVFormat("sleep %f;", 2.5f) << "sleep 2.500000;";
+        QTest::newRow("percent sign") << KVFormat("100%% of %d", 7) << "100% of 7";
+        QTest::newRow("argument list") << KVFormat("%@ start parameters %@", QStringLiteral("C"),
+                                                   QStringList{"-KVWindowOrigin", "300", "a b"})
+                                       << "C start parameters (\n    \"-KVWindowOrigin\",\n    300,\n    \"a b\"\n)";
+        QTest::newRow("null error") << KVFormat("error %@", KVError()) << "error (null)";
+        QTest::newRow("error with reason")
+            << KVFormat("%@", KVError(KVUpdateHelperErrorDomain, 2,
+                                      {{KVLocalizedFailureReasonErrorKey, QStringLiteral("update URL not found")}}))
+            << QStringLiteral(
+                   "Error Domain=KVUpdateHelperErrorDomain Code=2 \"The operation couldn\u2019t be completed. "
+                   "(KVUpdateHelperErrorDomain error 2.)\" UserInfo={NSLocalizedFailureReason=update URL not found}");
+        QTest::newRow("missing argument") << KVFormat("%@ and %@", QStringLiteral("one")) << "one and (null)";
+    }
+
+    void formatsRenderLikeTheOriginal()
+    {
+        QFETCH(QString, rendered);
+        QFETCH(QString, expected);
+        QCOMPARE(rendered, expected);
+    }
 };
-
-static QString readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
-void LoggingTest::levelSelection_data()
-{
-    QTest::addColumn<QVariant>("storedLevel");       // the user's own "LogLevel"; invalid = absent
-    QTest::addColumn<QString>("confirmation");        // the level named in the set-up line
-    QTest::addColumn<QStringList>("expectedInFile");  // which of the probe lines reach the file
-    QTest::addColumn<bool>("hasFile");
-
-    const QStringList all{"probe error", "probe warning", "probe info", "probe debug", "probe verbose"};
-    QTest::newRow("absent falls back to info") << QVariant() << "info" << all.mid(0, 3) << true;
-    QTest::newRow("DEBUG is case-blind") << QVariant(QStringLiteral("DEBUG")) << "DEBUG" << all.mid(0, 4) << true;
-    QTest::newRow("verbose") << QVariant(QStringLiteral("verbose")) << "verbose" << all << true;
-    QTest::newRow("warning") << QVariant(QStringLiteral("Warning")) << "Warning" << all.mid(0, 2) << true;
-    QTest::newRow("error") << QVariant(QStringLiteral("error")) << "error" << all.mid(0, 1) << true;
-    QTest::newRow("unknown name attaches no file") << QVariant(QStringLiteral("trace")) << "trace" << QStringList{} << false;
-    QTest::newRow("number falls back to info") << QVariant(qint64(4)) << "info" << all.mid(0, 3) << true;
-}
-
-void LoggingTest::levelSelection()
-{
-    QFETCH(QVariant, storedLevel);
-    QFETCH(QString, confirmation);
-    QFETCH(QStringList, expectedInFile);
-    QFETCH(bool, hasFile);
-
-    KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));
-    // Registered defaults do not take part: only the user's own value counts at this point.
-    defaults.registerDefaults({{QStringLiteral("LogLevel"), QStringLiteral("error")}});
-    if (storedLevel.isValid())
-        defaults.setObject(QStringLiteral("LogLevel"), storedLevel);
-
-    KVLogCapture capture;
-    const KVLogSetup::Result result = KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = false});
-    KVLogError("probe error");
-    KVLogWarning("probe warning");
-    KVLogInfo("probe info");
-    KVLogDebug("probe debug");
-    KVLogVerbose("probe verbose");
-    KVLog::flush();
-
-    QCOMPARE(bool(result.fileSink), hasFile);
-    QVERIFY(capture.contains(QStringLiteral("setup CocoaLumberjack log level to ") + confirmation));
-    const QStringList files = QDir(KVLogSetup::logDirectory()).entryList(QDir::Files);
-    if (!hasFile) {
-        QVERIFY(files.isEmpty());
-        return;
-    }
-    QCOMPARE(files.size(), 1);
-    const QString text = readAll(KVLogSetup::logDirectory() + QLatin1Char('/') + files.first());
-    QVERIFY(text.contains(QStringLiteral("setup CocoaLumberjack log level to ") + confirmation));
-    for (const char *probe : {"probe error", "probe warning", "probe info", "probe debug", "probe verbose"})
-        QCOMPARE(text.contains(QLatin1String(probe)), expectedInFile.contains(QLatin1String(probe)));
-    // Lines carry their source location.
-    QVERIFY(text.contains(QStringLiteral("tst_logging.cpp")));
-}
-
-void LoggingTest::errorLineIsOnDiskWhenTheCallReturns()
-{
-    KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));
-    const auto result = KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = false});
-    for (int i = 0; i < 200; ++i)
-        KVLogInfo("background line %d", i);
-    KVLogError("written before returning");
-    // No flush: the synchronous error line must already be in the file.
-    QVERIFY(readAll(result.fileSink->currentFilePath()).contains(QStringLiteral("written before returning")));
-}
-
-void LoggingTest::rollsAfterSevenDaysAndKeepsEightFiles()
-{
-    QDateTime now = QDateTime(QDate(2026, 1, 1), QTime(8, 0), Qt::UTC);
-    const QString folder = KVTestSandbox::current().root() + QStringLiteral("/rolling");
-    auto sink = std::make_shared<KVRollingFileSink>(folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now; });
-    KVLog::addSink(sink);
-
-    KVLogError("first week");
-    const QString firstFile = sink->currentFilePath();
-    now = now.addSecs(604799);
-    KVLogError("still the first week");
-    QCOMPARE(sink->currentFilePath(), firstFile);
-
-    for (int week = 2; week <= 10; ++week) {
-        now = now.addSecs(604800);
-        KVLogError("week %d", week);
-    }
-    KVLog::removeSink(sink);
-
-    const QStringList files = sink->sortedLogFiles();
-    QCOMPARE(files.size(), 8);
-    QVERIFY(!files.contains(firstFile)); // the oldest went first
-    QVERIFY(readAll(files.last()).contains(QStringLiteral("week 10")));
-    QVERIFY(readAll(files.first()).contains(QStringLiteral("week 3")));
-
-    // A sink created later continues the newest file while it is young enough.
-    KVRollingFileSink reopened(folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now.addSecs(10); });
-    QCOMPARE(reopened.currentFilePath(), files.last());
-}
-
-void LoggingTest::unwritableLogFolderDoesNotStopTheProgram()
-{
-    // A plain file where the log folder should be: nothing can be created there.
-    const QString nestora = KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora");
-    QDir().mkpath(nestora);
-    QFile blocker(nestora + QStringLiteral("/InstallerLog"));
-    QVERIFY(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-
-    KVLogCapture capture;
-    KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));
-    const auto result = KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = false});
-    KVLogError("still logging");
-    QVERIFY(result.fileSink->currentFilePath().isEmpty());
-    QVERIFY(capture.contains(QStringLiteral("still logging")));
-}
-
-void LoggingTest::formatsRenderLikeTheOriginal_data()
-{
-    QTest::addColumn<QString>("rendered");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("null object") << KVFormat("%@ os supoort:%@,", QStringLiteral("KVUpdateHelper"), QString())
-                                 << "KVUpdateHelper os supoort:(null),";
-    QTest::newRow("integer and C string") << KVFormat("%s: section type %ld", "deploymentPathForSection", 3L)
-                                          << "deploymentPathForSection: section type 3";
-    QTest::newRow("six decimals") << KVFormat("sleep %f;", 2.5f) << "sleep 2.500000;";
-    QTest::newRow("percent sign") << KVFormat("100%% of %d", 7) << "100% of 7";
-    QTest::newRow("argument list") << KVFormat("%@ start parameters %@", QStringLiteral("C"),
-                                               QStringList{"-KVWindowOrigin", "300", "a b"})
-                                   << "C start parameters (\n    \"-KVWindowOrigin\",\n    300,\n    \"a b\"\n)";
-    QTest::newRow("null error") << KVFormat("error %@", KVError()) << "error (null)";
-    QTest::newRow("error with reason")
-        << KVFormat("%@", KVError(KVUpdateHelperErrorDomain, 2, {{KVLocalizedFailureReasonErrorKey, QStringLiteral("update URL not found")}}))
-        << QStringLiteral("Error Domain=KVUpdateHelperErrorDomain Code=2 \"The operation couldn\u2019t be completed. "
-                          "(KVUpdateHelperErrorDomain error 2.)\" UserInfo={NSLocalizedFailureReason=update URL not found}");
-    QTest::newRow("missing argument") << KVFormat("%@ and %@", QStringLiteral("one")) << "one and (null)";
-}
-
-void LoggingTest::formatsRenderLikeTheOriginal()
-{
-    QFETCH(QString, rendered);
-    QFETCH(QString, expected);
-    QCOMPARE(rendered, expected);
-}
 
 NESTORA_TEST_MAIN(LoggingTest)
 #include "tst_logging.moc"

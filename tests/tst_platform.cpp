@@ -15,161 +15,157 @@ class PlatformTest : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void init() { KVTestSandbox::current().reset(); }
-    void propertyListsKeepTypes();
-    void propertyListFailures_data();
-    void propertyListFailures();
-    void userDefaultsLayers();
-    void userDefaultsOnReadOnlyFolderKeepValues();
-    void bundles();
-    void osReleaseVersions_data();
-    void osReleaseVersions();
-    void foldersFollowTheEnvironment();
-};
+    void propertyListsKeepTypes()
+    {
+        const QDateTime date = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
+        const QVariantMap original{{"string", QStringLiteral("Keldran \u00e9")},
+                                   {"integer", qint64(42)},
+                                   {"real", 0.5},
+                                   {"yes", true},
+                                   {"no", false},
+                                   {"date", date},
+                                   {"data", QByteArray("\x00\x01", 2)},
+                                   {"array", QVariantList{QStringLiteral("a"), qint64(1)}},
+                                   {"dict", QVariantMap{{"k", QStringLiteral("v")}}}};
+        const QString path = KVTestSandbox::current().root() + QStringLiteral("/types.plist");
+        QVERIFY(KVPropertyList::writeDictionary(path, original));
 
-void PlatformTest::propertyListsKeepTypes()
-{
-    const QDateTime date = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
-    const QVariantMap original{
-        {"string", QStringLiteral("Keldran \u00e9")}, {"integer", qint64(42)}, {"real", 0.5},
-        {"yes", true}, {"no", false}, {"date", date}, {"data", QByteArray("\x00\x01", 2)},
-        {"array", QVariantList{QStringLiteral("a"), qint64(1)}}, {"dict", QVariantMap{{"k", QStringLiteral("v")}}}};
-    const QString path = KVTestSandbox::current().root() + QStringLiteral("/types.plist");
-    QVERIFY(KVPropertyList::writeDictionary(path, original));
-
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QByteArray xml = file.readAll();
-    QVERIFY(xml.contains("<date>2023-11-14T22:13:20Z</date>")); // dates keep the right epoch
-    QVERIFY(xml.contains("<true/>"));
-
-    const QVariantMap read = KVPropertyList::readDictionary(path);
-    QCOMPARE(read, original);
-    QCOMPARE(read.value("integer").metaType(), QMetaType::fromType<qint64>());
-    QCOMPARE(read.value("date").metaType(), QMetaType::fromType<QDateTime>());
-}
-
-void PlatformTest::propertyListFailures_data()
-{
-    QTest::addColumn<QByteArray>("content"); // null: no file at all
-    QTest::addColumn<qint64>("code");
-    QTest::newRow("missing") << QByteArray() << qint64(KVFileNoSuchFileError);
-    QTest::newRow("truncated") << QByteArray("<?xml version=\"1.0\"?><plist><dict><key>a</key>") << qint64(KVFileReadUnknownError);
-    QTest::newRow("array at top") << QByteArray("<plist version=\"1.0\"><array/></plist>") << qint64(KVFileReadUnknownError);
-    QTest::newRow("binary garbage") << QByteArray("\xff\xfe\x00garbage", 10) << qint64(KVFileReadUnknownError);
-}
-
-void PlatformTest::propertyListFailures()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(qint64, code);
-    const QString path = KVTestSandbox::current().root() + QStringLiteral("/broken.plist");
-    if (!content.isNull()) {
         QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray xml = file.readAll();
+        QVERIFY(xml.contains("<date>2023-11-14T22:13:20Z</date>")); // dates keep the right epoch
+        QVERIFY(xml.contains("<true/>"));
+
+        const QVariantMap read = KVPropertyList::readDictionary(path);
+        QCOMPARE(read, original);
+        QCOMPARE(read.value("integer").metaType(), QMetaType::fromType<qint64>());
+        QCOMPARE(read.value("date").metaType(), QMetaType::fromType<QDateTime>());
     }
-    KVError error;
-    QVERIFY(KVPropertyList::readDictionary(path, &error).isEmpty());
-    QCOMPARE(error.domain(), KVCocoaErrorDomain);
-    QCOMPARE(error.code(), code);
-}
 
-void PlatformTest::userDefaultsLayers()
-{
-    const QString path = KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist");
-    KVUserDefaults defaults(path);
-    defaults.registerDefaults({{"LogLevel", QStringLiteral("debug")}, {"Flag", true}});
-    QCOMPARE(defaults.stringForKey("LogLevel"), QStringLiteral("debug"));
-    QVERIFY(!defaults.persistentObjectForKey("LogLevel").isValid());
+    void propertyListFailures_data()
+    {
+        QTest::addColumn<QByteArray>("content"); // null: no file at all
+        QTest::addColumn<qint64>("code");
+        QTest::newRow("missing") << QByteArray() << qint64(KVFileNoSuchFileError);
+        QTest::newRow("truncated") << QByteArray("<?xml version=\"1.0\"?><plist><dict><key>a</key>")
+                                   << qint64(KVFileReadUnknownError);
+        QTest::newRow("array at top") << QByteArray("<plist version=\"1.0\"><array/></plist>")
+                                      << qint64(KVFileReadUnknownError);
+        QTest::newRow("binary garbage") << QByteArray("\xff\xfe\x00garbage", 10) << qint64(KVFileReadUnknownError);
+    }
 
-    defaults.setObject("LogLevel", qint64(3));
-    QVERIFY(defaults.stringForKey("LogLevel").isNull()); // a number is not a string
-    QCOMPARE(defaults.objectForKey("LogLevel").toLongLong(), 3);
-    defaults.removeObjectForKey("LogLevel");
-    QCOMPARE(defaults.stringForKey("LogLevel"), QStringLiteral("debug")); // the registered value again
+    void propertyListFailures()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(qint64, code);
+        const QString path = KVTestSandbox::current().root() + QStringLiteral("/broken.plist");
+        if (!content.isNull()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(content);
+        }
+        KVError error;
+        QVERIFY(KVPropertyList::readDictionary(path, &error).isEmpty());
+        QCOMPARE(error.domain(), KVCocoaErrorDomain);
+        QCOMPARE(error.code(), code);
+    }
 
-    // Another process's change is seen by the next read; registered values never reach the file.
-    KVUserDefaults otherProcess(path);
-    otherProcess.setObject("InstallerLastLaunchDate", QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
-    QCOMPARE(defaults.dateForKey("InstallerLastLaunchDate").toSecsSinceEpoch(), 1700000000);
-    QVERIFY(!KVPropertyList::readDictionary(path).contains("Flag"));
-    QVERIFY(defaults.boolForKey("Flag"));
-    otherProcess.setObject("Flag", QStringLiteral("NO"));
-    QVERIFY(!defaults.boolForKey("Flag"));
-}
+    void userDefaultsLayers()
+    {
+        const QString path = KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist");
+        KVUserDefaults defaults(path);
+        defaults.registerDefaults({{"LogLevel", QStringLiteral("debug")}, {"Flag", true}});
+        QCOMPARE(defaults.stringForKey("LogLevel"), QStringLiteral("debug"));
+        QVERIFY(!defaults.persistentObjectForKey("LogLevel").isValid());
 
-void PlatformTest::userDefaultsOnReadOnlyFolderKeepValues()
-{
-    // A plain file where the settings folder should be: unwritable even for root.
-    const QString blocker = KVTestSandbox::current().root() + QStringLiteral("/blocker");
-    QFile file(blocker);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.close();
-    KVUserDefaults defaults(blocker + QStringLiteral("/defaults.plist"));
-    defaults.setObject("Key", QStringLiteral("value"));
-    QVERIFY(!defaults.synchronize());
-    QCOMPARE(defaults.stringForKey("Key"), QStringLiteral("value"));
-}
+        defaults.setObject("LogLevel", qint64(3));
+        QVERIFY(defaults.stringForKey("LogLevel").isNull()); // a number is not a string
+        QCOMPARE(defaults.objectForKey("LogLevel").toLongLong(), 3);
+        defaults.removeObjectForKey("LogLevel");
+        QCOMPARE(defaults.stringForKey("LogLevel"), QStringLiteral("debug")); // the registered value again
 
-void PlatformTest::bundles()
-{
-    QVERIFY(!KVBundle::bundleWithPath(KVTestSandbox::current().root() + QStringLiteral("/Missing.app")));
-    const QString path = KVTestSandbox::current().applicationsDirectory() + QStringLiteral("/Nestora.app");
-    QDir().mkpath(path + QStringLiteral("/Contents"));
-    const auto empty = KVBundle::bundleWithPath(path);
-    QVERIFY(empty);
-    QVERIFY(empty->bundleVersion().isNull()); // a bundle without a readable Info.plist still opens
+        // Another process's change is seen by the next read; registered values never reach the file.
+        KVUserDefaults otherProcess(path);
+        otherProcess.setObject("InstallerLastLaunchDate", QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
+        QCOMPARE(defaults.dateForKey("InstallerLastLaunchDate").toSecsSinceEpoch(), 1700000000);
+        QVERIFY(!KVPropertyList::readDictionary(path).contains("Flag"));
+        QVERIFY(defaults.boolForKey("Flag"));
+        otherProcess.setObject("Flag", QStringLiteral("NO"));
+        QVERIFY(!defaults.boolForKey("Flag"));
+    }
 
-    QVERIFY(KVPropertyList::writeDictionary(path + QStringLiteral("/Contents/Info.plist"),
-                                            {{"CFBundleVersion", QStringLiteral("2.1")},
-                                             {"CFBundleIdentifier", QStringLiteral("com.keldran.nestora")},
-                                             {"CFBundleExecutable", QStringLiteral("Nestora")}}));
-    const auto bundle = KVBundle::bundleWithPath(path + QStringLiteral("/"));
-    QCOMPARE(bundle->bundlePath(), path);
-    QCOMPARE(bundle->bundleVersion(), QStringLiteral("2.1"));
-    QCOMPARE(bundle->executablePath(), path + QStringLiteral("/Contents/MacOS/Nestora"));
-    QVERIFY(bundle->pathForResource("Install", "sh").isNull());
+    void userDefaultsOnReadOnlyFolderKeepValues()
+    {
+        // A plain file where the settings folder should be: unwritable even for root.
+        const QString blocker = KVTestSandbox::current().root() + QStringLiteral("/blocker");
+        QFile file(blocker);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        KVUserDefaults defaults(blocker + QStringLiteral("/defaults.plist"));
+        defaults.setObject("Key", QStringLiteral("value"));
+        QVERIFY(!defaults.synchronize());
+        QCOMPARE(defaults.stringForKey("Key"), QStringLiteral("value"));
+    }
 
-    // Outside a bundle the main bundle is two levels above the executable's folder.
-    KVBundle::setMainBundlePath({});
-    QCOMPARE(KVBundle::mainBundle().bundlePath(), QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../.."));
-}
+    void bundles()
+    {
+        QVERIFY(!KVBundle::bundleWithPath(KVTestSandbox::current().root() + QStringLiteral("/Missing.app")));
+        const QString path = KVTestSandbox::current().applicationsDirectory() + QStringLiteral("/Nestora.app");
+        QDir().mkpath(path + QStringLiteral("/Contents"));
+        const auto empty = KVBundle::bundleWithPath(path);
+        QVERIFY(empty);
+        QVERIFY(empty->bundleVersion().isNull()); // a bundle without a readable Info.plist still opens
 
-void PlatformTest::osReleaseVersions_data()
-{
-    QTest::addColumn<QString>("osRelease");
-    QTest::addColumn<long>("major");
-    QTest::addColumn<long>("minor");
-    QTest::newRow("Debian 12") << "PRETTY_NAME=\"Debian GNU/Linux 12\"\nVERSION_ID=\"12\"\n" << 12L << 0L;
-    QTest::newRow("Ubuntu 24.04") << "NAME=Ubuntu\nVERSION_ID=\"24.04\"" << 24L << 4L;
-    QTest::newRow("patch dropped") << "VERSION_ID=10.15.7" << 10L << 15L;
-    QTest::newRow("rolling release has none") << "NAME=Arch\nBUILD_ID=rolling" << 0L << 0L;
-}
+        QVERIFY(KVPropertyList::writeDictionary(path + QStringLiteral("/Contents/Info.plist"),
+                                                {{"CFBundleVersion", QStringLiteral("2.1")},
+                                                 {"CFBundleIdentifier", QStringLiteral("com.keldran.nestora")},
+                                                 {"CFBundleExecutable", QStringLiteral("Nestora")}}));
+        const auto bundle = KVBundle::bundleWithPath(path + QStringLiteral("/"));
+        QCOMPARE(bundle->bundlePath(), path);
+        QCOMPARE(bundle->bundleVersion(), QStringLiteral("2.1"));
+        QCOMPARE(bundle->executablePath(), path + QStringLiteral("/Contents/MacOS/Nestora"));
+        QVERIFY(bundle->pathForResource("Install", "sh").isNull());
 
-void PlatformTest::osReleaseVersions()
-{
-    QFETCH(QString, osRelease);
-    QFETCH(long, major);
-    QFETCH(long, minor);
-    const KVSystemInfo::Version version = KVSystemInfo::versionFromOsRelease(osRelease);
-    QCOMPARE(version.major, major);
-    QCOMPARE(version.minor, minor);
-}
+        // Outside a bundle the main bundle is two levels above the executable's folder.
+        KVBundle::setMainBundlePath({});
+        QCOMPARE(KVBundle::mainBundle().bundlePath(),
+                 QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../.."));
+    }
 
-void PlatformTest::foldersFollowTheEnvironment()
-{
-    const KVTestSandbox &sandbox = KVTestSandbox::current();
-    QCOMPARE(KVStandardPaths::applicationSupportDirectory(), sandbox.dataHome());
-    QCOMPARE(KVStandardPaths::applicationsDirectory(), sandbox.applicationsDirectory());
-    QCOMPARE(KVStandardPaths::temporaryDirectory(), sandbox.temporaryDirectory());
-    QCOMPARE(KVStandardPaths::expandTilde("~/Downloads/x"), sandbox.home() + "/Downloads/x");
-    qputenv("XDG_DATA_HOME", "relative/path"); // invalid by the XDG rules: ignored
-    QCOMPARE(KVStandardPaths::applicationSupportDirectory(), sandbox.home() + "/.local/share");
-    qputenv("XDG_DATA_HOME", sandbox.dataHome().toUtf8());
-    qunsetenv("NESTORA_APPLICATIONS_DIR");
-    QCOMPARE(KVStandardPaths::applicationsDirectory(), QStringLiteral("/opt"));
-    qputenv("NESTORA_APPLICATIONS_DIR", sandbox.applicationsDirectory().toUtf8());
-}
+    void osReleaseVersions_data()
+    {
+        QTest::addColumn<QString>("osRelease");
+        QTest::addColumn<long>("major");
+        QTest::addColumn<long>("minor");
+        QTest::newRow("Debian 12") << "PRETTY_NAME=\"Debian GNU/Linux 12\"\nVERSION_ID=\"12\"\n" << 12L << 0L;
+        QTest::newRow("Ubuntu 24.04") << "NAME=Ubuntu\nVERSION_ID=\"24.04\"" << 24L << 4L;
+        QTest::newRow("patch dropped") << "VERSION_ID=10.15.7" << 10L << 15L;
+        QTest::newRow("rolling release has none") << "NAME=Arch\nBUILD_ID=rolling" << 0L << 0L;
+    }
+
+    void osReleaseVersions()
+    {
+        QFETCH(QString, osRelease);
+        QFETCH(long, major);
+        QFETCH(long, minor);
+        const KVSystemInfo::Version version = KVSystemInfo::versionFromOsRelease(osRelease);
+        QCOMPARE(version.major, major);
+        QCOMPARE(version.minor, minor);
+    }
+
+    void foldersFollowTheEnvironment()
+    {
+        const KVTestSandbox &sandbox = KVTestSandbox::current();
+        // The sandbox's own folders are checked where the engine's paths are.
+        QCOMPARE(KVStandardPaths::expandTilde("~/Downloads/x"), sandbox.home() + "/Downloads/x");
+        qputenv("XDG_DATA_HOME", "relative/path"); // invalid by the XDG rules: ignored
+        QCOMPARE(KVStandardPaths::applicationSupportDirectory(), sandbox.home() + "/.local/share");
+        qputenv("XDG_DATA_HOME", sandbox.dataHome().toUtf8());
+        qunsetenv("NESTORA_APPLICATIONS_DIR");
+        QCOMPARE(KVStandardPaths::applicationsDirectory(), QStringLiteral("/opt"));
+        qputenv("NESTORA_APPLICATIONS_DIR", sandbox.applicationsDirectory().toUtf8());
+    }
+};
 
 NESTORA_TEST_MAIN(PlatformTest)
 #include "tst_platform.moc"
