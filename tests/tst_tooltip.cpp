@@ -7,28 +7,7 @@
 
 #include <cmath>
 
-// Where the drawn tool tip goes and how its balloon is shaped, on screens injected by the test.
-class ToolTipTest : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
-    void textAreaFitsShortTextAndWrapsLongText();
-    void positionKeepsTheBalloonOnScreen_data();
-    void positionKeepsTheBalloonOnScreen();
-    void arrowStaysOnTheStraightEdge_data();
-    void arrowStaysOnTheStraightEdge();
-    void changingPositionKeepsTheArrowTipInPlace();
-    void balloonShowsItsFillArrowAndNoBorder();
-    void closingHidesAndDetaches();
-};
-
 namespace {
-
-const QString shortText = QStringLiteral("Install");
-const QString longText =
-    QStringLiteral("Read the licence agreement before you continue with the installation of the application");
 
 // The arrow's tip in Qt's global coordinates.
 QPointF arrowTip(const KVToolTipWindow &window)
@@ -39,185 +18,181 @@ QPointF arrowTip(const KVToolTipWindow &window)
 
 } // namespace
 
-void ToolTipTest::initTestCase()
+// Where the drawn tool tip goes and how its balloon is shaped, on screens injected by the test.
+class ToolTipTest : public QObject
 {
-    KVIFont::setFamilyOverride(QStringLiteral("Inter"));
-}
+    Q_OBJECT
 
-void ToolTipTest::cleanup()
-{
-    KVGeometry::setVisibleFrameProvider({});
-}
+    std::unique_ptr<QWidget> m_window; // at (100, 100), 400 × 200
 
-void ToolTipTest::textAreaFitsShortTextAndWrapsLongText()
-{
-    const KVTextAttributes attributes = KVToolTip::textAttributes();
-    auto tip = KVToolTip::create(shortText);
-    auto *text = tip->window()->findChild<KVTextView *>();
-    QVERIFY(text);
-    const qreal measured = KVTextMeasure::sizeWithString(shortText, attributes).width();
-    QCOMPARE(text->width(), int(std::ceil(measured)) + 10);
-    const qreal oneLine = KVTextMeasure::heightWithString(shortText, attributes, 250);
-    QCOMPARE(text->height(), int(std::ceil(oneLine)));
+    std::unique_ptr<KVToolTip> showTip(QPointF point, const QString &text = QStringLiteral("Install"))
+    {
+        auto tip = KVToolTip::create(text);
+        tip->displayToolTipInWindow(m_window.get(), point);
+        return tip;
+    }
 
-    auto longTip = KVToolTip::create(longText);
-    auto *wrapped = longTip->window()->findChild<KVTextView *>();
-    QCOMPARE(wrapped->width(), 250);
-    QVERIFY(wrapped->height() > 2 * oneLine); // three lines at least
-    // The balloon's content is the text with 3 points at the sides and 10 above and below.
-    const QRectF content = longTip->window()->contentView()->geometry();
-    QCOMPARE(content.size(), QSizeF(256, wrapped->height() + 20));
+private Q_SLOTS:
+    void initTestCase() { KVIFont::setFamilyOverride(QStringLiteral("Inter")); }
+    void init()
+    {
+        m_window = std::make_unique<QWidget>();
+        m_window->setGeometry(100, 100, 400, 200);
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    }
+    void cleanup()
+    {
+        m_window.reset();
+        KVGeometry::setVisibleFrameProvider({});
+    }
 
-    QVERIFY(!KVToolTip::create(QString()));
-}
+    void textAreaFitsShortTextAndWrapsLongText()
+    {
+        const KVTextAttributes attributes = KVToolTip::textAttributes();
+        const QString shortText = QStringLiteral("Install");
+        auto tip = KVToolTip::create(shortText);
+        auto *text = tip->window()->findChild<KVTextView *>();
+        QVERIFY(text);
+        QCOMPARE(text->width(), int(std::ceil(KVTextMeasure::sizeWithString(shortText, attributes).width())) + 10);
+        const qreal oneLine = KVTextMeasure::heightWithString(shortText, attributes, 250);
+        QCOMPARE(text->height(), int(std::ceil(oneLine)));
 
-void ToolTipTest::positionKeepsTheBalloonOnScreen_data()
-{
-    QTest::addColumn<QRect>("visibleFrame");
-    QTest::addColumn<QPoint>("point"); // in the window, which is at (100, 100), 400 × 200
-    QTest::addColumn<unsigned>("position");
-    const QRect wholeScreen(0, 0, 1200, 900);
-    QTest::newRow("room everywhere: below") << wholeScreen << QPoint(200, 50) << 1u;
-    QTest::newRow("right edge of the window: below, shifted left") << wholeScreen << QPoint(385, 50) << 10u;
-    QTest::newRow("left edge of the window: below, shifted right") << wholeScreen << QPoint(15, 50) << 11u;
-    QTest::newRow("bottom of the screen: above") << QRect(0, 0, 1200, 260) << QPoint(200, 150) << 3u;
-    QTest::newRow("bottom right: above, shifted left") << QRect(0, 0, 1200, 260) << QPoint(385, 150) << 8u;
-    QTest::newRow("bottom left: above, shifted right") << QRect(0, 0, 1200, 260) << QPoint(15, 150) << 9u;
-    QTest::newRow("no room above either: stays below") << QRect(0, 230, 1200, 40) << QPoint(200, 150) << 1u;
-    QTest::newRow("right edge of the screen cuts the window") << QRect(0, 0, 420, 900) << QPoint(310, 50) << 10u;
-}
+        auto longTip = KVToolTip::create(
+            QStringLiteral("Read the licence agreement before you continue with the installation of the application"));
+        auto *wrapped = longTip->window()->findChild<KVTextView *>();
+        QCOMPARE(wrapped->width(), 250);
+        QVERIFY(wrapped->height() > 2 * oneLine); // three lines at least
+        // The balloon's content is the text with 3 points at the sides and 10 above and below.
+        QCOMPARE(longTip->window()->contentView()->geometry().size(), QSize(256, wrapped->height() + 20));
 
-void ToolTipTest::positionKeepsTheBalloonOnScreen()
-{
-    QFETCH(QRect, visibleFrame);
-    QFETCH(QPoint, point);
-    QFETCH(unsigned, position);
-    KVGeometry::setVisibleFrameProvider([visibleFrame](const QWidget *) { return visibleFrame; });
-    QWidget window;
-    window.setGeometry(100, 100, 400, 200);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(!KVToolTip::create(QString()));
+    }
 
-    auto tip = KVToolTip::create(QStringLiteral("Read the licence agreement first"));
-    const qreal offset = 16.0;
-    tip->setOffset(offset);
-    tip->displayToolTipInWindow(&window, point);
-    KVToolTipWindow *balloon = tip->window();
-    QVERIFY(balloon->isVisible());
-    QCOMPARE(unsigned(balloon->toolTipPosition()), position);
+    void positionKeepsTheBalloonOnScreen_data()
+    {
+        QTest::addColumn<QRect>("visibleFrame");
+        QTest::addColumn<QPoint>("point"); // in the window
+        QTest::addColumn<unsigned>("position");
+        const QRect wholeScreen(0, 0, 1200, 900), shortScreen(0, 0, 1200, 260);
+        QTest::newRow("room everywhere: below") << wholeScreen << QPoint(200, 50) << 1u;
+        QTest::newRow("right edge of the window: below, shifted left") << wholeScreen << QPoint(385, 50) << 10u;
+        QTest::newRow("left edge of the window: below, shifted right") << wholeScreen << QPoint(15, 50) << 11u;
+        QTest::newRow("bottom of the screen: above") << shortScreen << QPoint(200, 150) << 3u;
+        QTest::newRow("bottom right: above, shifted left") << shortScreen << QPoint(385, 150) << 8u;
+        QTest::newRow("bottom left: above, shifted right") << shortScreen << QPoint(15, 150) << 9u;
+        QTest::newRow("no room above either: stays below") << QRect(0, 230, 1200, 40) << QPoint(200, 150) << 1u;
+        QTest::newRow("right edge of the screen cuts the window") << QRect(0, 0, 420, 900) << QPoint(310, 50) << 10u;
+    }
+    void positionKeepsTheBalloonOnScreen()
+    {
+        QFETCH(QRect, visibleFrame);
+        QFETCH(QPoint, point);
+        QFETCH(unsigned, position);
+        KVGeometry::setVisibleFrameProvider([visibleFrame](const QWidget *) { return visibleFrame; });
+        auto tip = KVToolTip::create(QStringLiteral("Read the licence agreement first"));
+        const qreal offset = 16.0;
+        tip->setOffset(offset);
+        tip->displayToolTipInWindow(m_window.get(), point);
+        KVToolTipWindow *balloon = tip->window();
+        QVERIFY(balloon->isVisible());
+        QCOMPARE(unsigned(balloon->toolTipPosition()), position);
 
-    // The arrow points at the point, `offset` away from it, whichever way the balloon lies.
-    const QPointF target = window.mapToGlobal(QPointF(point));
-    const QPointF tip_ = arrowTip(*balloon);
-    const bool above = hasBottomArrow(balloon->toolTipPosition());
-    QVERIFY2(qAbs(tip_.x() - target.x()) <= 1.0, qPrintable(QString::number(tip_.x())));
-    QVERIFY2(qAbs(tip_.y() - (above ? target.y() - offset : target.y() + offset)) <= 1.0,
-             qPrintable(QString::number(tip_.y())));
-    // Shifted balloons stay inside the window and the visible frame (the window's clear margin,
-    // where only the shadow falls, may reach past it).
-    const QRect area = window.frameGeometry() & visibleFrame;
-    if (position >= 8) {
+        // The arrow points at the point, `offset` away from it, whichever way the balloon lies.
+        const QPointF target = m_window->mapToGlobal(QPointF(point));
+        const QPointF tipPoint = arrowTip(*balloon);
+        const bool above = hasBottomArrow(balloon->toolTipPosition());
+        QVERIFY2(qAbs(tipPoint.x() - target.x()) <= 1.0, qPrintable(QString::number(tipPoint.x())));
+        QVERIFY2(qAbs(tipPoint.y() - (above ? target.y() - offset : target.y() + offset)) <= 1.0,
+                 qPrintable(QString::number(tipPoint.y())));
+        if (position < 8)
+            return;
+        // Shifted balloons stay inside the window and the visible frame; only the shadow margin may reach past.
+        const QRect area = m_window->frameGeometry() & visibleFrame;
         const int margin = int(balloon->toolTipContentView()->viewMargin());
         const QRect body = balloon->geometry().adjusted(margin, 0, -margin, 0);
         QVERIFY2(body.left() >= area.left() - 1, qPrintable(QString::number(body.left())));
-        QVERIFY2(body.right() <= area.right() + 1,
-                 qPrintable(QStringLiteral("%1 > %2").arg(body.right()).arg(area.right())));
+        QVERIFY2(body.right() <= area.right() + 1, qPrintable(QString::number(body.right())));
         const qreal arrowOffset = balloon->toolTipContentView()->arrowOffset();
-        const bool shiftedLeft = position == 8 || position == 10;
-        QVERIFY(shiftedLeft ? arrowOffset > 0 : arrowOffset < 0);
+        QVERIFY(position == 8 || position == 10 ? arrowOffset > 0 : arrowOffset < 0);
     }
-}
 
-void ToolTipTest::arrowStaysOnTheStraightEdge_data()
-{
-    QTest::addColumn<unsigned>("position");
-    QTest::addColumn<qreal>("arrowOffset");
-    QTest::addColumn<QPointF>("anchor");
-    // Frame 100 × 50: content x 6 … 94, y 6 … 38 with an arrow on top; corner radius 4.
-    QTest::newRow("below, centred") << 1u << 0.0 << QPointF(50, 44);
-    QTest::newRow("above, centred") << 3u << 0.0 << QPointF(50, 6);
-    QTest::newRow("shifted left, inside") << 10u << 20.0 << QPointF(70, 44);
-    QTest::newRow("shifted left, at the corner") << 10u << 40.0 << QPointF(84, 44);
-    QTest::newRow("shifted right, at the corner") << 11u << -40.0 << QPointF(16, 44);
-    QTest::newRow("above shifted right, at the corner") << 9u << -40.0 << QPointF(16, 6);
-    QTest::newRow("no arrow") << 4u << 0.0 << QPointF(0, 0);
-}
+    void arrowStaysOnTheStraightEdge_data()
+    {
+        QTest::addColumn<unsigned>("position");
+        QTest::addColumn<qreal>("arrowOffset");
+        QTest::addColumn<QPointF>("anchor");
+        // Frame 100 × 50: content x 6 … 94, y 6 … 38 with an arrow on top; corner radius 4.
+        QTest::newRow("below, centred") << 1u << 0.0 << QPointF(50, 44);
+        QTest::newRow("above, centred") << 3u << 0.0 << QPointF(50, 6);
+        QTest::newRow("shifted left, inside") << 10u << 20.0 << QPointF(70, 44);
+        QTest::newRow("shifted left, at the corner") << 10u << 40.0 << QPointF(84, 44);
+        QTest::newRow("shifted right, at the corner") << 11u << -40.0 << QPointF(16, 44);
+        QTest::newRow("above shifted right, at the corner") << 9u << -40.0 << QPointF(16, 6);
+        QTest::newRow("no arrow") << 4u << 0.0 << QPointF(0, 0);
+    }
+    void arrowStaysOnTheStraightEdge()
+    {
+        QFETCH(unsigned, position);
+        QFETCH(qreal, arrowOffset);
+        QFETCH(QPointF, anchor);
+        KVToolTipContentView view;
+        view.setToolTipPosition(KVToolTipPosition(position));
+        view.setArrowOffset(arrowOffset);
+        QCOMPARE(view.anchorPointForRect(QRectF(0, 0, 100, 50)), anchor);
+    }
 
-void ToolTipTest::arrowStaysOnTheStraightEdge()
-{
-    QFETCH(unsigned, position);
-    QFETCH(qreal, arrowOffset);
-    QFETCH(QPointF, anchor);
-    KVToolTipContentView view;
-    view.setToolTipPosition(KVToolTipPosition(position));
-    view.setArrowOffset(arrowOffset);
-    QCOMPARE(view.anchorPointForRect(QRectF(0, 0, 100, 50)), anchor);
-}
+    void changingPositionKeepsTheArrowTipInPlace()
+    {
+        auto tip = showTip(QPointF(200, 100));
+        KVToolTipWindow *balloon = tip->window();
+        QCOMPARE(balloon->toolTipPosition(), KVToolTipPosition::Below);
+        const QPointF before = arrowTip(*balloon);
+        const QSize size = balloon->size();
 
-void ToolTipTest::changingPositionKeepsTheArrowTipInPlace()
-{
-    QWidget window;
-    window.setGeometry(100, 100, 400, 200);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    auto tip = KVToolTip::create(shortText);
-    tip->displayToolTipInWindow(&window, QPointF(200, 100));
-    KVToolTipWindow *balloon = tip->window();
-    QCOMPARE(balloon->toolTipPosition(), KVToolTipPosition::Below);
-    const QPointF before = arrowTip(*balloon);
-    const QSize size = balloon->size();
+        balloon->setToolTipPosition(KVToolTipPosition::Above);
+        QVERIFY(balloon->isVisible());
+        QCOMPARE(balloon->size(), size);
+        QCOMPARE(arrowTip(*balloon), before);
+        balloon->setToolTipPosition(KVToolTipPosition::None);
+        QCOMPARE(balloon->height(), size.height() - 6); // no arrow, no room for it
+    }
 
-    balloon->setToolTipPosition(KVToolTipPosition::Above);
-    QVERIFY(balloon->isVisible());
-    QCOMPARE(balloon->size(), size);
-    QCOMPARE(arrowTip(*balloon), before);
-    balloon->setToolTipPosition(KVToolTipPosition::None);
-    QCOMPARE(balloon->height(), size.height() - 6); // no arrow, no room for it
-}
+    void balloonShowsItsFillArrowAndNoBorder()
+    {
+        auto tip = showTip(QPointF(200, 100));
+        KVToolTipWindow *balloon = tip->window();
+        const QImage image = balloon->grab().toImage();
+        const QColor fill(224, 223, 223);
 
-void ToolTipTest::balloonShowsItsFillArrowAndNoBorder()
-{
-    QWidget window;
-    window.setGeometry(100, 100, 400, 200);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    auto tip = KVToolTip::create(shortText);
-    tip->displayToolTipInWindow(&window, QPointF(200, 100));
-    KVToolTipWindow *balloon = tip->window();
-    const QImage image = balloon->grab().toImage();
-    const QColor fill(224, 223, 223);
+        // Just inside the balloon's left edge: fill, not a border.
+        QCOMPARE(image.pixelColor(8, balloon->height() / 2).name(QColor::HexArgb), fill.name(QColor::HexArgb));
+        // The arrow rises above the body's top edge (y 12 from the top) at its tip only.
+        const QPointF tipF = arrowTip(*balloon) - QPointF(balloon->geometry().topLeft());
+        const QPoint tipPoint(int(tipF.x()), int(tipF.y()));
+        QCOMPARE(image.pixelColor(tipPoint + QPoint(0, 4)), fill);
+        QVERIFY(image.pixelColor(tipPoint + QPoint(-20, 3)).alpha() < 40);
+        // The soft shadow falls below the balloon: grey, not fill.
+        const QColor shadow = image.pixelColor(balloon->width() / 2, balloon->height() - 5);
+        QVERIFY(shadow.alpha() > 0 && shadow != fill);
+    }
 
-    // Just inside the balloon's left edge: fill, not a border.
-    QCOMPARE(image.pixelColor(8, balloon->height() / 2).name(QColor::HexArgb), fill.name(QColor::HexArgb));
-    // The arrow rises above the body's top edge (y 12 from the top) at its tip only.
-    const QPointF tipPoint = arrowTip(*balloon) - QPointF(balloon->geometry().topLeft());
-    QCOMPARE(image.pixelColor(QPoint(int(tipPoint.x()), int(tipPoint.y()) + 4)), fill);
-    QVERIFY(image.pixelColor(QPoint(int(tipPoint.x()) - 20, int(tipPoint.y()) + 3)).alpha() < 40);
-    // The soft shadow falls below the balloon: grey, not fill.
-    const QColor shadow = image.pixelColor(balloon->width() / 2, balloon->height() - 5);
-    QVERIFY(shadow.alpha() > 0 && shadow != fill);
-}
+    void closingHidesAndDetaches()
+    {
+        auto tip = showTip(QPointF(200, 100));
+        QVERIFY(tip->window()->isVisible());
+        QCOMPARE(tip->window()->windowHandle()->transientParent(), m_window->windowHandle());
+        tip->displayToolTipInWindow(m_window.get(), QPointF(50, 50)); // already shown: stays where it is
+        tip->closeToolTip();
+        QVERIFY(!tip->window()->isVisible());
+        QVERIFY(!tip->window()->windowHandle()->transientParent());
 
-void ToolTipTest::closingHidesAndDetaches()
-{
-    QWidget window;
-    window.setGeometry(100, 100, 400, 200);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
-    auto tip = KVToolTip::create(shortText);
-    tip->displayToolTipInWindow(&window, QPointF(200, 100));
-    QVERIFY(tip->window()->isVisible());
-    QCOMPARE(tip->window()->windowHandle()->transientParent(), window.windowHandle());
-    tip->displayToolTipInWindow(&window, QPointF(50, 50)); // already shown: stays where it is
-    tip->closeToolTip();
-    QVERIFY(!tip->window()->isVisible());
-    QVERIFY(!tip->window()->windowHandle()->transientParent());
-
-    tip->displayToolTipInWindow(&window, QPointF(200, 100));
-    QVERIFY(tip->window()->isVisible());
-    tip->window()->close(); // the window closing closes the tip
-    QVERIFY(!tip->window()->isVisible());
-}
+        tip->displayToolTipInWindow(m_window.get(), QPointF(200, 100));
+        QVERIFY(tip->window()->isVisible());
+        tip->window()->close(); // the window closing closes the tip
+        QVERIFY(!tip->window()->isVisible());
+    }
+};
 
 NESTORA_TEST_MAIN(ToolTipTest)
 #include "tst_tooltip.moc"
