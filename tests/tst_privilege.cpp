@@ -63,10 +63,15 @@ class PrivilegeTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { qputenv("NESTORA_ELEVATOR", NESTORA_TEST_DATA_DIR "/elevator-standin.sh"); }
+    void initTestCase()
+    {
+        qputenv("NESTORA_ELEVATOR", NESTORA_TEST_DATA_DIR "/elevator-standin.sh");
+        QDir::setCurrent(KVTestSandbox::current().root()); // where an injected "touch pwned" would land
+    }
     void init()
     {
         KVTestSandbox::current().reset();
+        QFile::remove(QStringLiteral("pwned"));
         KVPrivilegeHelper::setElevator(QString());
         qunsetenv("NESTORA_STANDIN_DISMISS");
         qunsetenv("NESTORA_STANDIN_RECORD");
