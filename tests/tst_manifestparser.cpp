@@ -7,126 +7,120 @@
 class ManifestParserTest : public QObject
 {
     Q_OBJECT
-private Q_SLOTS:
-    void parsesSections_data();
-    void parsesSections();
-    void logsInvalidLinesWithTheirIndex_data();
-    void logsInvalidLinesWithTheirIndex();
-    void findsFirstSectionAndFirstKey();
-    void compareVersion_data();
-    void compareVersion();
-};
 
-// Sections render as "name: key=value|key=value", one per row entry.
-static QStringList describe(const KVINI &ini)
-{
-    QStringList out;
-    for (const KVINISectionPtr &section : ini.sections()) {
-        QStringList items;
-        for (const KVINIItem &item : section->items())
-            items << item.description();
-        out << section->name() + QStringLiteral(": ") + items.join(QLatin1Char('|'));
+    // Sections render as "name: key=value|key=value", one per entry.
+    static QStringList describe(const KVINI &ini)
+    {
+        QStringList out;
+        for (const KVINISectionPtr &section : ini.sections()) {
+            QStringList items;
+            for (const KVINIItem &item : section->items())
+                items << item.description();
+            out << section->name() + QStringLiteral(": ") + items.join(QLatin1Char('|'));
+        }
+        return out;
     }
-    return out;
-}
 
-void ManifestParserTest::parsesSections_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QStringList>("expected");
+private Q_SLOTS:
+    void parsesSections_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("header and item") << "[A]\nkey=value" << QStringList{"A: key=value"};
+        QTest::newRow("null text") << QString() << QStringList{};
+        QTest::newRow("blanks around brackets trimmed, inside kept")
+            << " \t[ Mac_Application ]  \nk=v" << QStringList{" Mac_Application : k=v"};
+        QTest::newRow("empty brackets name the empty string") << "[]\na=b" << QStringList{": a=b"};
+        QTest::newRow("item before any header is ignored") << "a=b\n[S]\nc=d" << QStringList{"S: c=d"};
+        QTest::newRow("blanks around equals sign are kept") << "[S]\nkey = value" << QStringList{"S: key = value"};
+        QTest::newRow("second equals sign stays in the value")
+            << "[S]\nURL=http://h/x?a=1&b=2" << QStringList{"S: URL=http://h/x?a=1&b=2"};
+        QTest::newRow("empty key and empty value") << "[S]\n=v\nk=" << QStringList{"S: =v|k="};
+        QTest::newRow("repeated sections are not merged") << "[S]\na=1\n[S]\na=2" << QStringList{"S: a=1", "S: a=2"};
+        QTest::newRow("repeated keys are all kept") << "[S]\na=1\na=2" << QStringList{"S: a=1|a=2"};
+        QTest::newRow("comment signs have no meaning") << "[S]\n;x=1\n#y=2" << QStringList{"S: ;x=1|#y=2"};
+        QTest::newRow("CRLF line ends") << "[S]\r\na=1\r\nb=2\r\n" << QStringList{"S: a=1|b=2"};
+        QTest::newRow("unicode line separators split lines")
+            << QStringLiteral("[S]\u2028a=1\u2029b=2\u0085c=3\fd=4") << QStringList{"S: a=1|b=2|c=3|d=4"};
+        QTest::newRow("opening bracket alone is not a header") << "[S]\n[T\na=1" << QStringList{"S: a=1"};
+        QTest::newRow("binary garbage gives no section")
+            << QString::fromLatin1("\x01\x02=\xff\x00", 4) << QStringList{};
+    }
+    void parsesSections()
+    {
+        QFETCH(QString, text);
+        QFETCH(QStringList, expected);
+        QCOMPARE(describe(KVINI(text)), expected);
+    }
 
-    QTest::newRow("header and item") << "[A]\nkey=value" << QStringList{"A: key=value"};
-    QTest::newRow("null text") << QString() << QStringList{};
-    QTest::newRow("blanks around brackets trimmed, inside kept")
-        << " \t[ Mac_Application ]  \nk=v" << QStringList{" Mac_Application : k=v"};
-    QTest::newRow("empty brackets name the empty string") << "[]\na=b" << QStringList{": a=b"};
-    QTest::newRow("item before any header is ignored") << "a=b\n[S]\nc=d" << QStringList{"S: c=d"};
-    QTest::newRow("blanks around equals sign are kept") << "[S]\nkey = value" << QStringList{"S: key = value"};
-    QTest::newRow("second equals sign stays in the value")
-        << "[S]\nURL=http://h/x?a=1&b=2" << QStringList{"S: URL=http://h/x?a=1&b=2"};
-    QTest::newRow("empty key and empty value") << "[S]\n=v\nk=" << QStringList{"S: =v|k="};
-    QTest::newRow("repeated sections are not merged") << "[S]\na=1\n[S]\na=2" << QStringList{"S: a=1", "S: a=2"};
-    QTest::newRow("repeated keys are all kept") << "[S]\na=1\na=2" << QStringList{"S: a=1|a=2"};
-    QTest::newRow("comment signs have no meaning") << "[S]\n;x=1\n#y=2" << QStringList{"S: ;x=1|#y=2"};
-    QTest::newRow("CRLF line ends") << "[S]\r\na=1\r\nb=2\r\n" << QStringList{"S: a=1|b=2"};
-    QTest::newRow("unicode line separators split lines")
-        << QStringLiteral("[S]\u2028a=1\u2029b=2\u0085c=3\fd=4") << QStringList{"S: a=1|b=2|c=3|d=4"};
-    QTest::newRow("opening bracket alone is not a header") << "[S]\n[T\na=1" << QStringList{"S: a=1"};
-    QTest::newRow("binary garbage gives no section") << QString::fromLatin1("\x01\x02=\xff\x00", 4) << QStringList{};
-}
+    void logsInvalidLinesWithTheirIndex_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("expectedLog");
+        const QString prefix = QStringLiteral("invalid line in update ini file. line number: ");
+        QTest::newRow("LF") << "[S]\nno equals\n  [T  \n"
+                            << QStringList{prefix + "1, content: no equals", prefix + "2, content: [T"};
+        // With CRLF, the n-th text line (from 1) has index 2(n-1).
+        QTest::newRow("CRLF") << "[S]\r\na=1\r\nbad\r\n" << QStringList{prefix + "4, content: bad"};
+        QTest::newRow("garbage before a header is silent") << "garbage\n[S]" << QStringList{};
+    }
+    void logsInvalidLinesWithTheirIndex()
+    {
+        QFETCH(QString, text);
+        QFETCH(QStringList, expectedLog);
+        KVLogCapture log;
+        (void)KVINI(text);
+        QCOMPARE(log.messages(), expectedLog);
+    }
 
-void ManifestParserTest::parsesSections()
-{
-    QFETCH(QString, text);
-    QFETCH(QStringList, expected);
-    QCOMPARE(describe(KVINI(text)), expected);
-}
+    void findsFirstSectionAndFirstKey()
+    {
+        const KVINI ini(QStringLiteral("[S]\n[S]\nk=2\n[Upper]\nKey=1\nKey=2"));
+        QVERIFY(ini.sectionWithName(QStringLiteral("S"))->items().isEmpty()); // the first, though empty
+        QCOMPARE(ini.sectionWithName(QStringLiteral("upper")), nullptr);
+        const KVINISectionPtr upper = ini.sectionWithName(QStringLiteral("Upper"));
+        QCOMPARE(upper->valueForKey(QStringLiteral("Key")), QStringLiteral("1"));
+        QVERIFY(upper->valueForKey(QStringLiteral("key")).isNull());
+        QVERIFY(KVINI::initWithContentOfFile(QStringLiteral("/etc/hostname")).sections().isEmpty());
+    }
 
-void ManifestParserTest::logsInvalidLinesWithTheirIndex_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QStringList>("expectedLog");
-
-    QTest::newRow("LF") << "[S]\nno equals\n  [T  \n" << QStringList{
-        "invalid line in update ini file. line number: 1, content: no equals",
-        "invalid line in update ini file. line number: 2, content: [T"};
-    // With CRLF, the n-th text line (from 1) has index 2(n-1).
-    QTest::newRow("CRLF") << "[S]\r\na=1\r\nbad\r\n" << QStringList{
-        "invalid line in update ini file. line number: 4, content: bad"};
-    QTest::newRow("comment without equals") << "[S]\n; note" << QStringList{
-        "invalid line in update ini file. line number: 1, content: ; note"};
-    QTest::newRow("garbage before a header is silent") << "garbage\n[S]" << QStringList{};
-}
-
-void ManifestParserTest::logsInvalidLinesWithTheirIndex()
-{
-    QFETCH(QString, text);
-    QFETCH(QStringList, expectedLog);
-    KVLogCapture log;
-    (void)KVINI(text);
-    QCOMPARE(log.messages(), expectedLog);
-}
-
-void ManifestParserTest::findsFirstSectionAndFirstKey()
-{
-    const KVINI ini(QStringLiteral("[S]\n[S]\nk=2\n[Upper]\nKey=1\nKey=2"));
-    QVERIFY(ini.sectionWithName(QStringLiteral("S"))->items().isEmpty()); // the first, though empty
-    QCOMPARE(ini.sectionWithName(QStringLiteral("upper")), nullptr);
-    const KVINISectionPtr upper = ini.sectionWithName(QStringLiteral("Upper"));
-    QCOMPARE(upper->valueForKey(QStringLiteral("Key")), QStringLiteral("1"));
-    QVERIFY(upper->valueForKey(QStringLiteral("key")).isNull());
-    QVERIFY(KVINI::initWithContentOfFile(QStringLiteral("/etc/hostname")).sections().isEmpty());
-}
-
-void ManifestParserTest::compareVersion_data()
-{
-    QTest::addColumn<QString>("installed");
-    QTest::addColumn<QString>("offered");
-    QTest::addColumn<int>("expected");
-
-    QTest::newRow("patch lower") << "1.2.3" << "1.2.4" << -1;
-    QTest::newRow("numeric not textual") << "1.2.10" << "1.2.9" << 1;
-    QTest::newRow("1.10 above 1.9") << "1.10" << "1.9" << 1;
-    QTest::newRow("trailing zeros") << "2" << "2.0.0" << 0;
-    QTest::newRow("longer is higher") << "1.0.1" << "1" << 1;
-    QTest::newRow("empty equals 0") << "" << "0" << 0;
-    QTest::newRow("empty below 0.1") << "" << "0.1" << -1;
-    QTest::newRow("letters after digits ignored") << "1.2beta" << "1.2" << 0;
-    QTest::newRow("2b reads as 2") << "1.2b" << "1.3" << -1;
-    QTest::newRow("negative component") << "-1" << "0" << -1;
-    QTest::newRow("double dot is an empty component") << "1..2" << "1.0.2" << 0;
-    QTest::newRow("leading blanks skipped") << " 3" << "2" << 1;
-    QTest::newRow("missing receiver counts as same") << QString() << "9.9" << 0;
-    QTest::newRow("huge component saturates, no overflow") << "99999999999999999999999" << "1" << 1;
-}
-
-void ManifestParserTest::compareVersion()
-{
-    QFETCH(QString, installed);
-    QFETCH(QString, offered);
-    QFETCH(int, expected);
-    QCOMPARE(int(::compareVersion(installed, offered)), expected);
-}
+    void compareVersion_data()
+    {
+        QTest::addColumn<QString>("installed");
+        QTest::addColumn<QString>("offered");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("patch lower") << "1.2.3"
+                                     << "1.2.4" << -1;
+        QTest::newRow("numeric not textual") << "1.2.10"
+                                             << "1.2.9" << 1;
+        QTest::newRow("trailing zeros") << "2"
+                                        << "2.0.0" << 0;
+        QTest::newRow("longer is higher") << "1.0.1"
+                                          << "1" << 1;
+        QTest::newRow("empty equals 0") << ""
+                                        << "0" << 0;
+        QTest::newRow("empty below 0.1") << ""
+                                         << "0.1" << -1;
+        QTest::newRow("letters after digits ignored") << "1.2beta"
+                                                      << "1.2" << 0;
+        QTest::newRow("negative component") << "-1"
+                                            << "0" << -1;
+        QTest::newRow("double dot is an empty component") << "1..2"
+                                                          << "1.0.2" << 0;
+        QTest::newRow("leading blanks skipped") << " 3"
+                                                << "2" << 1;
+        QTest::newRow("missing receiver counts as same") << QString() << "9.9" << 0;
+        QTest::newRow("huge component saturates, no overflow") << "99999999999999999999999"
+                                                               << "1" << 1;
+    }
+    void compareVersion()
+    {
+        QFETCH(QString, installed);
+        QFETCH(QString, offered);
+        QFETCH(int, expected);
+        QCOMPARE(int(::compareVersion(installed, offered)), expected);
+    }
+};
 
 NESTORA_TEST_MAIN(ManifestParserTest)
 #include "tst_manifestparser.moc"
