@@ -4,7 +4,10 @@
 #include "Platform/KVStandardPaths.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+
+#include <sys/stat.h>
 
 KVUserDefaults &KVUserDefaults::standardUserDefaults()
 {
@@ -18,14 +21,23 @@ KVUserDefaults::KVUserDefaults(QString filePath)
 {
 }
 
+// Every write replaces the file (a new inode), and the modification time has nanoseconds: two
+// writes in the same millisecond still look different, which a QDateTime would not tell.
+KVUserDefaults::FileIdentity KVUserDefaults::identityOnDisk() const
+{
+    struct stat status {};
+    if (::stat(QFile::encodeName(m_filePath).constData(), &status) != 0)
+        return {};
+    return {quint64(status.st_ino), qint64(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec, true};
+}
+
 void KVUserDefaults::reloadIfChangedOnDisk() const
 {
-    const QFileInfo info(m_filePath);
-    const QDateTime modified = info.exists() ? info.lastModified() : QDateTime();
-    if (modified == m_loadedModification)
+    const FileIdentity identity = identityOnDisk();
+    if (identity == m_loadedIdentity)
         return;
-    m_loadedModification = modified;
-    m_values = modified.isValid() ? KVPropertyList::readDictionary(m_filePath) : QVariantMap();
+    m_loadedIdentity = identity;
+    m_values = identity.exists ? KVPropertyList::readDictionary(m_filePath) : QVariantMap();
 }
 
 QVariant KVUserDefaults::persistentObjectForKey(const QString &key) const
@@ -106,6 +118,6 @@ bool KVUserDefaults::synchronize()
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
     if (!KVPropertyList::writeDictionary(m_filePath, m_values))
         return false;
-    m_loadedModification = QFileInfo(m_filePath).lastModified();
+    m_loadedIdentity = identityOnDisk();
     return true;
 }

@@ -34,11 +34,19 @@ public:
     bool synchronize();
 
 private:
+    struct FileIdentity
+    {
+        quint64 inode = 0;
+        qint64 modifiedNanoseconds = 0;
+        bool exists = false;
+        bool operator==(const FileIdentity &) const = default;
+    };
+    FileIdentity identityOnDisk() const;
     void reloadIfChangedOnDisk() const;
 
     const QString m_filePath;
     mutable QMutex m_mutex;
     mutable QVariantMap m_values;
-    mutable QDateTime m_loadedModification;
+    mutable FileIdentity m_loadedIdentity;
     QVariantMap m_registered;
 };
