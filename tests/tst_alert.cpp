@@ -8,7 +8,6 @@
 
 #include <QFontMetricsF>
 #include <QLabel>
-#include <QPainter>
 
 // The installer's alert: how its card is laid out for each combination of elements, and what its
 // buttons and check box do.
@@ -17,144 +16,131 @@ class AlertTest : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase() { KVIFont::setFamilyOverride(QStringLiteral("Inter")); }
-    void layout_data();
-    void layout();
-    void buttonsEndThePopupWithTheirResponse_data();
-    void buttonsEndThePopupWithTheirResponse();
-    void checkboxFlips();
-    void rendersTheCard();
+
+    void layout_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("alternate");
+        QTest::addColumn<QString>("checkbox");
+        QTest::newRow("body only") << QString() << QString() << QString();
+        QTest::newRow("message") << "Quit?" << QString() << QString();
+        QTest::newRow("alternate") << QString() << "Quit" << QString();
+        QTest::newRow("check box") << QString() << QString() << "Do not ask again";
+        QTest::newRow("everything") << "Quit?"
+                                    << "Quit"
+                                    << "Do not ask again";
+    }
+    void layout()
+    {
+        QFETCH(QString, message);
+        QFETCH(QString, alternate);
+        QFETCH(QString, checkbox);
+        KVIWindow window;
+        KVIAlertViewController alert(
+            &window, message,
+            QStringLiteral("Do you want to stop the installation and quit? Nothing is changed on your computer."),
+            QStringLiteral("Resume"), alternate, checkbox);
+        const int W = alert.view()->width(), H = alert.view()->height();
+
+        const double bodyHeight = alert.informativeTextView()->height();
+        QVERIFY(bodyHeight > 14); // the measured text, at least one line
+        const double buttonHeight = alert.defaultButton()->height();
+        QCOMPARE(buttonHeight, qRound(QFontMetricsF(KVIFont::medium14()).lineSpacing() + 2));
+        double expectedHeight = bodyHeight + buttonHeight + 75;
+        if (!message.isNull())
+            expectedHeight += QFontMetricsF(KVIFont::medium15()).lineSpacing() + 5 + 15;
+        if (!checkbox.isNull())
+            expectedHeight += QFontMetricsF(KVIFont::regular14()).lineSpacing() + 5 + 15;
+        QVERIFY2(qAbs(H - expectedHeight) <= 2.0, qPrintable(QString::number(H - expectedHeight))); // whole pixels
+
+        // Body: 30 from the left, 30 below the message or the card's top edge.
+        const QRect bodyFrame = alert.informativeTextView()->geometry();
+        QCOMPARE(bodyFrame.x(), 30);
+        QCOMPARE(bodyFrame.width(), W - 60);
+        QCOMPARE(alert.messageTextField()->isHidden(), message.isNull());
+        if (message.isNull()) {
+            QCOMPARE(bodyFrame.y(), 30);
+        } else {
+            QCOMPARE(alert.messageTextField()->geometry().y(), 15);
+            QVERIFY(qAbs(bodyFrame.y() - (alert.messageTextField()->geometry().bottom() + 1 + 30)) <= 1);
+        }
+
+        // Default button: 30 from the right and bottom edges; the alternate one 30 to its left.
+        const QRect defaultFrame = alert.defaultButton()->geometry();
+        QCOMPARE(W - (defaultFrame.x() + defaultFrame.width()), 30);
+        QCOMPARE(H - (defaultFrame.y() + defaultFrame.height()), 30);
+        QCOMPARE(alert.alternateButton()->isHidden(), alternate.isNull());
+        if (!alternate.isNull()) // widths are fractional
+            QVERIFY(qAbs(defaultFrame.x() - (alert.alternateButton()->geometry().right() + 1) - 30) <= 1);
+
+        QCOMPARE(alert.additionalCheckbox()->isHidden(), checkbox.isNull());
+        if (!checkbox.isNull()) {
+            QCOMPARE(alert.additionalCheckbox()->title(), "   " + checkbox);
+            QVERIFY(qAbs(alert.additionalCheckbox()->geometry().y() - (bodyFrame.bottom() + 1 + 15)) <= 1);
+        }
+    }
+
+    void buttonsEndThePopupWithTheirResponse_data()
+    {
+        QTest::addColumn<bool>("defaultButton");
+        QTest::addColumn<QString>("response");
+        QTest::newRow("default") << true << "DefaultButtonClicked";
+        QTest::newRow("alternate") << false << "AlternateButtonClicked";
+    }
+    void buttonsEndThePopupWithTheirResponse()
+    {
+        QFETCH(bool, defaultButton);
+        QFETCH(QString, response);
+        KVIWindow window;
+        window.resize(520, 360);
+        window.show();
+        KVIAlertViewController alert(&window, {}, QStringLiteral("Quit?"), QStringLiteral("Resume"),
+                                     QStringLiteral("Quit"), {});
+        QList<QVariantMap> responses;
+        window.beginPopupView(alert.view(), [&](const QVariantMap &info) { responses << info; });
+        QVERIFY(QTest::qWaitForWindowExposed(window.popupWindow()));
+
+        KVButton *button = defaultButton ? alert.defaultButton() : alert.alternateButton();
+        QTest::mouseClick(window.popupWindow()->windowHandle(), Qt::LeftButton, {},
+                          button->mapTo(window.popupWindow(), button->rect().center()));
+        QTRY_COMPARE(responses.size(), 1);
+        QCOMPARE(responses.first(), (QVariantMap{{"Response", response}}));
+        QCOMPARE(window.popupView(), nullptr);
+    }
+
+    void checkboxFlips()
+    {
+        KVIWindow window;
+        KVIAlertViewController alert(&window, {}, QStringLiteral("Body"), {}, {}, QStringLiteral("Remember"));
+        QCOMPARE(alert.defaultButton()->title(), QStringLiteral("OK"));
+        alert.additionalCheckboxDidClick();
+        QVERIFY(alert.additionalCheckboxChecked());
+        QCOMPARE(alert.additionalCheckbox()->image().name(), QStringLiteral("CheckboxChecked"));
+        alert.additionalCheckboxDidClick();
+        QVERIFY(!alert.additionalCheckboxChecked());
+        QCOMPARE(alert.additionalCheckbox()->image().name(), QStringLiteral("CheckboxUnchecked"));
+    }
+
+    void rendersTheCard()
+    {
+        KVIWindow window;
+        KVIAlertViewController alert(
+            &window, QStringLiteral("Quit the installation?"),
+            QStringLiteral("Nestora is not installed yet. You can start the installer again at any time."),
+            QStringLiteral("Resume"), QStringLiteral("Quit"), QStringLiteral("Do not ask again"));
+        const QImage image = alert.view()->grab().toImage();
+        // White card, grey body text somewhere in the body's frame.
+        QCOMPARE(image.pixelColor(5, image.height() / 2), QColor(Qt::white));
+        const QRect body = alert.informativeTextView()->geometry();
+        bool hasText = false;
+        for (int y = body.top(); y < body.bottom() && !hasText; ++y)
+            for (int x = body.left(); x < body.right() && !hasText; ++x)
+                hasText = image.pixelColor(x, y).red() < 140;
+        QVERIFY(hasText);
+        if (const QString folder = qEnvironmentVariable("NESTORA_SCREENSHOT_DIR"); !folder.isEmpty())
+            image.save(folder + QStringLiteral("/alert.png"));
+    }
 };
-
-void AlertTest::layout_data()
-{
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<QString>("alternate");
-    QTest::addColumn<QString>("checkbox");
-    QTest::newRow("body only") << QString() << QString() << QString();
-    QTest::newRow("message") << "Quit?" << QString() << QString();
-    QTest::newRow("alternate") << QString() << "Quit" << QString();
-    QTest::newRow("check box") << QString() << QString() << "Do not ask again";
-    QTest::newRow("everything") << "Quit?"
-                                << "Quit"
-                                << "Do not ask again";
-}
-
-void AlertTest::layout()
-{
-    QFETCH(QString, message);
-    QFETCH(QString, alternate);
-    QFETCH(QString, checkbox);
-    KVIWindow window;
-    const QString body =
-        QStringLiteral("Do you want to stop the installation and quit? Nothing is changed on your computer.");
-    KVIAlertViewController alert(&window, message, body, QStringLiteral("Resume"), alternate, checkbox);
-    QWidget *card = alert.view();
-    const int W = card->width();
-    const int H = card->height();
-
-    const double bodyHeight = alert.informativeTextView()->height();
-    QVERIFY(bodyHeight > 14); // the measured text, at least one line
-    const double buttonHeight = alert.defaultButton()->height();
-    QCOMPARE(buttonHeight, qRound(QFontMetricsF(KVIFont::medium14()).lineSpacing() + 2));
-    const double messageHeight = QFontMetricsF(KVIFont::medium15()).lineSpacing() + 5;
-    const double checkboxHeight = QFontMetricsF(KVIFont::regular14()).lineSpacing() + 5;
-    double expectedHeight = bodyHeight + buttonHeight + 75;
-    if (!message.isNull())
-        expectedHeight += messageHeight + 15;
-    if (!checkbox.isNull())
-        expectedHeight += checkboxHeight + 15;
-    QVERIFY2(qAbs(H - expectedHeight) <= 2.0,
-             qPrintable(QString::number(H - expectedHeight))); // frames are whole pixels
-
-    // Body: 30 from the left, 30 below the message or the card's top edge.
-    const QRect bodyFrame = alert.informativeTextView()->geometry();
-    QCOMPARE(bodyFrame.x(), 30);
-    QCOMPARE(bodyFrame.width(), W - 60);
-    if (message.isNull()) {
-        QCOMPARE(bodyFrame.y(), 30);
-        QVERIFY(alert.messageTextField()->isHidden());
-    } else {
-        QCOMPARE(alert.messageTextField()->geometry().y(), 15);
-        QVERIFY(qAbs(bodyFrame.y() - (alert.messageTextField()->geometry().bottom() + 1 + 30)) <= 1);
-    }
-
-    // Default button: 30 from the right and bottom edges; the alternate one 30 to its left.
-    const QRect defaultFrame = alert.defaultButton()->geometry();
-    QCOMPARE(W - (defaultFrame.x() + defaultFrame.width()), 30);
-    QCOMPARE(H - (defaultFrame.y() + defaultFrame.height()), 30);
-    QCOMPARE(alert.alternateButton()->isHidden(), alternate.isNull());
-    if (!alternate.isNull())
-        QVERIFY(qAbs(defaultFrame.x() - (alert.alternateButton()->geometry().right() + 1) - 30) <=
-                1); // widths are fractional
-
-    QCOMPARE(alert.additionalCheckbox()->isHidden(), checkbox.isNull());
-    if (!checkbox.isNull()) {
-        QCOMPARE(alert.additionalCheckbox()->title(), "   " + checkbox);
-        QVERIFY(qAbs(alert.additionalCheckbox()->geometry().y() - (bodyFrame.bottom() + 1 + 15)) <= 1);
-    }
-}
-
-void AlertTest::buttonsEndThePopupWithTheirResponse_data()
-{
-    QTest::addColumn<bool>("defaultButton");
-    QTest::addColumn<QString>("response");
-    QTest::newRow("default") << true << "DefaultButtonClicked";
-    QTest::newRow("alternate") << false << "AlternateButtonClicked";
-}
-
-void AlertTest::buttonsEndThePopupWithTheirResponse()
-{
-    QFETCH(bool, defaultButton);
-    QFETCH(QString, response);
-    KVIWindow window;
-    window.resize(520, 360);
-    window.show();
-    KVIAlertViewController alert(&window, {}, QStringLiteral("Quit?"), QStringLiteral("Resume"), QStringLiteral("Quit"),
-                                 {});
-    QList<QVariantMap> responses;
-    window.beginPopupView(alert.view(), [&](const QVariantMap &info) { responses << info; });
-    QVERIFY(QTest::qWaitForWindowExposed(window.popupWindow()));
-
-    KVButton *button = defaultButton ? alert.defaultButton() : alert.alternateButton();
-    QTest::mouseClick(window.popupWindow()->windowHandle(), Qt::LeftButton, {},
-                      button->mapTo(window.popupWindow(), button->rect().center()));
-    QTRY_COMPARE(responses.size(), 1);
-    QCOMPARE(responses.first(), (QVariantMap{{"Response", response}}));
-    QCOMPARE(window.popupView(), nullptr);
-}
-
-void AlertTest::checkboxFlips()
-{
-    KVIWindow window;
-    KVIAlertViewController alert(&window, {}, QStringLiteral("Body"), {}, {}, QStringLiteral("Remember"));
-    QCOMPARE(alert.defaultButton()->title(), QStringLiteral("OK"));
-    alert.additionalCheckboxDidClick();
-    QVERIFY(alert.additionalCheckboxChecked());
-    QCOMPARE(alert.additionalCheckbox()->image().name(), QStringLiteral("CheckboxChecked"));
-    alert.additionalCheckboxDidClick();
-    QVERIFY(!alert.additionalCheckboxChecked());
-    QCOMPARE(alert.additionalCheckbox()->image().name(), QStringLiteral("CheckboxUnchecked"));
-}
-
-void AlertTest::rendersTheCard()
-{
-    KVIWindow window;
-    KVIAlertViewController alert(
-        &window, QStringLiteral("Quit the installation?"),
-        QStringLiteral("Nestora is not installed yet. You can start the installer again at any time."),
-        QStringLiteral("Resume"), QStringLiteral("Quit"), QStringLiteral("Do not ask again"));
-    QImage image = alert.view()->grab().toImage();
-    // White card, grey body text somewhere in the body's frame.
-    QCOMPARE(image.pixelColor(5, image.height() / 2), QColor(Qt::white));
-    const QRect body = alert.informativeTextView()->geometry();
-    bool hasText = false;
-    for (int y = body.top(); y < body.bottom() && !hasText; ++y)
-        for (int x = body.left(); x < body.right() && !hasText; ++x)
-            hasText = image.pixelColor(x, y).red() < 140;
-    QVERIFY(hasText);
-    if (const QString folder = qEnvironmentVariable("NESTORA_SCREENSHOT_DIR"); !folder.isEmpty())
-        image.save(folder + QStringLiteral("/alert.png"));
-}
 
 NESTORA_TEST_MAIN(AlertTest)
 #include "tst_alert.moc"
