@@ -6,7 +6,8 @@
 #include <QVBoxLayout>
 
 KVIWindow::KVIWindow(QWidget *parent)
-    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint) {
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint)
+{
     setAttribute(Qt::WA_StyledBackground);
     setAutoFillBackground(true);
     QPalette palette = this->palette();
@@ -17,40 +18,47 @@ KVIWindow::KVIWindow(QWidget *parent)
     layout->setContentsMargins(0, 0, 0, 0);
 }
 
-KVIWindow::~KVIWindow() {
+KVIWindow::~KVIWindow()
+{
     if (m_popupWindow)
         m_popupWindow->releaseCard(); // the card belongs to whoever asked for the popup
 }
 
-void KVIWindow::setContentView(QWidget *view) {
+void KVIWindow::setContentView(QWidget *view)
+{
     if (m_contentView)
         m_contentView->deleteLater();
     m_contentView = view;
     layout()->addWidget(view);
 }
 
-QPointF KVIWindow::frameOrigin() const {
+QPointF KVIWindow::frameOrigin() const
+{
     return KVGeometry::toScreenSpace(QRectF(frameGeometry())).topLeft();
 }
 
-void KVIWindow::setFrameOrigin(QPointF origin) {
+void KVIWindow::setFrameOrigin(QPointF origin)
+{
     // The bottom-left corner in screen space is the top-left corner in Qt's global space once the
     // frame's height is accounted for.
     const QRectF frame(origin, QSizeF(frameGeometry().size()));
     move(KVGeometry::fromScreenSpace(frame).topLeft().toPoint());
 }
 
-QWidget *KVIWindow::popupView() const {
+QWidget *KVIWindow::popupView() const
+{
     return m_popupWindow ? m_popupWindow->card() : nullptr;
 }
 
-void KVIWindow::beginPopupView(QWidget *card, PopupCompletionHandler handler) {
+void KVIWindow::beginPopupView(QWidget *card, PopupCompletionHandler handler)
+{
     m_pendingPopups.push_back({card, std::move(handler)});
     if (!m_popupWindow)
         presentNextPopup();
 }
 
-void KVIWindow::presentNextPopup() {
+void KVIWindow::presentNextPopup()
+{
     while (!m_pendingPopups.empty() && !m_popupWindow) {
         PendingPopup next = std::move(m_pendingPopups.front());
         m_pendingPopups.pop_front();
@@ -62,11 +70,12 @@ void KVIWindow::presentNextPopup() {
         next.card->show();
         m_popupWindow->show();
         m_popupWindow->raise();
-        m_popupWindow->activateWindow();
+        m_popupWindow->setFocus();
     }
 }
 
-void KVIWindow::endPopupView(QWidget *card, const QVariantMap &userInfo) {
+void KVIWindow::endPopupView(QWidget *card, const QVariantMap &userInfo)
+{
     if (!m_popupWindow || card != m_popupWindow->card())
         return;
     // Taken first, so that a handler that ends or begins popups itself finds this one gone.
@@ -74,7 +83,7 @@ void KVIWindow::endPopupView(QWidget *card, const QVariantMap &userInfo) {
     if (PopupCompletionHandler handler = std::exchange(m_popupCompletionHandler, {}))
         handler(userInfo);
     closing->releaseCard();
-    closing->close();
+    closing->hide();
     closing->deleteLater();
     presentNextPopup();
 }

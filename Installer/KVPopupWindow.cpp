@@ -2,31 +2,80 @@
 
 #include "Installer/KVMaskView.h"
 
+#include <QApplication>
+#include <QEvent>
+
+namespace {
+bool isInputEvent(QEvent::Type type)
+{
+    switch (type) {
+    case QEvent::KeyPress:
+    case QEvent::KeyRelease:
+    case QEvent::ShortcutOverride:
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonRelease:
+    case QEvent::MouseButtonDblClick:
+    case QEvent::Wheel:
+        return true;
+    default:
+        return false;
+    }
+}
+} // namespace
+
 KVPopupWindow::KVPopupWindow(QWidget *installerWindow, QWidget *card)
-    : QWidget(installerWindow, Qt::Tool | Qt::FramelessWindowHint)
+    : QWidget(installerWindow)
+    , m_installerWindow(installerWindow)
     , m_mask(new KVMaskView(this))
-    , m_card(card) {
-    setAttribute(Qt::WA_TranslucentBackground);
-    setWindowModality(Qt::WindowModal);
+    , m_card(card)
+{
     setFocusPolicy(Qt::StrongFocus);
     m_card->setParent(this);
     m_card->raise();
-    setGeometry(installerWindow->geometry());
+    setGeometry(installerWindow->rect());
+    installerWindow->installEventFilter(this);
 }
 
-void KVPopupWindow::releaseCard() {
+// Input is held back only while the popup is on screen.
+void KVPopupWindow::showEvent(QShowEvent *)
+{
+    qApp->installEventFilter(this);
+}
+
+void KVPopupWindow::hideEvent(QHideEvent *)
+{
+    qApp->removeEventFilter(this);
+}
+
+void KVPopupWindow::releaseCard()
+{
     if (!m_card)
         return;
     m_card->hide();
     m_card->setParent(nullptr);
 }
 
-void KVPopupWindow::resizeEvent(QResizeEvent *) {
+bool KVPopupWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_installerWindow && event->type() == QEvent::Resize)
+        setGeometry(m_installerWindow->rect());
+    // The window's own controls sit under the popup and are out of reach until it ends.
+    if (isInputEvent(event->type()) && watched->isWidgetType()) {
+        const auto *widget = static_cast<QWidget *>(watched);
+        if (widget != this && !isAncestorOf(widget) && m_installerWindow->isAncestorOf(widget))
+            return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void KVPopupWindow::resizeEvent(QResizeEvent *)
+{
     m_mask->setGeometry(rect());
     centreCard();
 }
 
-void KVPopupWindow::centreCard() {
+void KVPopupWindow::centreCard()
+{
     if (!m_card)
         return;
     m_card->move((width() - m_card->width()) / 2, (height() - m_card->height()) / 2);

@@ -98,11 +98,10 @@ private Q_SLOTS:
                                      QStringLiteral("Quit"), {});
         QList<QVariantMap> responses;
         window.beginPopupView(alert.view(), [&](const QVariantMap &info) { responses << info; });
-        QVERIFY(QTest::qWaitForWindowExposed(window.popupWindow()));
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
 
         KVButton *button = defaultButton ? alert.defaultButton() : alert.alternateButton();
-        QTest::mouseClick(window.popupWindow()->windowHandle(), Qt::LeftButton, {},
-                          button->mapTo(window.popupWindow(), button->rect().center()));
+        QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {}, button->mapTo(&window, button->rect().center()));
         QTRY_COMPARE(responses.size(), 1);
         QCOMPARE(responses.first(), (QVariantMap{{"Response", response}}));
         QCOMPARE(window.popupView(), nullptr);
