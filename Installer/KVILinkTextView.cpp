@@ -2,31 +2,15 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <QMouseEvent>
-#include <QPainter>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
 #include <QTextLayout>
 
 KVILinkTextView::KVILinkTextView(QWidget *parent)
-    : QWidget(parent)
+    : KVTextView(parent)
 {
     setMouseTracking(true);
-    relayout();
-}
-
-KVILinkTextView::~KVILinkTextView() = default;
-
-void KVILinkTextView::setString(const QString &string)
-{
-    m_string = string;
-    relayout();
-}
-
-void KVILinkTextView::setAttributes(const KVTextAttributes &attributes)
-{
-    m_attributes = attributes;
-    relayout();
 }
 
 void KVILinkTextView::setLinks(const QList<Link> &links)
@@ -43,7 +27,7 @@ void KVILinkTextView::setLinkColor(const QColor &color)
 
 std::optional<int> KVILinkTextView::characterIndexAt(QPointF point) const
 {
-    const int index = m_document->documentLayout()->hitTest(point, Qt::ExactHit);
+    const int index = document().documentLayout()->hitTest(point, Qt::ExactHit);
     return index < 0 ? std::nullopt : std::optional(index);
 }
 
@@ -61,9 +45,9 @@ std::optional<KVILinkTextView::Link> KVILinkTextView::linkAt(QPointF point) cons
 
 QRectF KVILinkTextView::firstCharacterRect(const Link &link) const
 {
-    const QTextBlock block = m_document->findBlock(int(link.location));
+    const QTextBlock block = document().findBlock(int(link.location));
     // Asking for the block's place lays the document out, which gives the block its lines.
-    const QPointF origin = m_document->documentLayout()->blockBoundingRect(block).topLeft();
+    const QPointF origin = document().documentLayout()->blockBoundingRect(block).topLeft();
     const QTextLayout *layout = block.layout();
     if (!layout)
         return {};
@@ -74,17 +58,6 @@ QRectF KVILinkTextView::firstCharacterRect(const Link &link) const
     const qreal left = line.cursorToX(position);
     const qreal right = line.cursorToX(position + 1);
     return QRectF(origin.x() + left, origin.y() + line.y(), right - left, line.height());
-}
-
-void KVILinkTextView::paintEvent(QPaintEvent *)
-{
-    QPainter painter(this);
-    m_document->drawContents(&painter, rect());
-}
-
-void KVILinkTextView::resizeEvent(QResizeEvent *)
-{
-    relayout();
 }
 
 void KVILinkTextView::mouseMoveEvent(QMouseEvent *event)
@@ -111,11 +84,10 @@ void KVILinkTextView::mouseReleaseEvent(QMouseEvent *event)
     event->accept();
 }
 
-void KVILinkTextView::relayout()
+void KVILinkTextView::decorateDocument(QTextDocument &document)
 {
-    m_document = KVTextMeasure::layoutDocument(m_string, m_attributes, width());
     for (const Link &link : m_links) {
-        QTextCursor range(m_document.get());
+        QTextCursor range(&document);
         range.setPosition(int(link.location));
         range.setPosition(int(link.location + link.length), QTextCursor::KeepAnchor);
         QTextCharFormat format;
@@ -124,5 +96,4 @@ void KVILinkTextView::relayout()
         format.setForeground(m_linkColor);
         range.mergeCharFormat(format);
     }
-    update();
 }

@@ -1,20 +1,16 @@
 #pragma once
 
-#include "Core/View/KVTextMeasure.h"
+#include "Core/View/KVTextView.h"
 
 #include <QList>
 #include <QUrl>
-#include <QWidget>
 
-#include <memory>
 #include <optional>
-
-class QTextDocument;
 
 // A read-only text laid out exactly as KVTextMeasure measures it, in which some ranges are links:
 // they are drawn in the link colour, show the pointing hand, and a click on one is reported
 // through clickedOnLink() rather than opened here.
-class KVILinkTextView : public QWidget
+class KVILinkTextView : public KVTextView
 {
     Q_OBJECT
 public:
@@ -26,12 +22,7 @@ public:
     };
 
     explicit KVILinkTextView(QWidget *parent = nullptr);
-    ~KVILinkTextView() override;
 
-    QString string() const { return m_string; }
-    void setString(const QString &string);
-    const KVTextAttributes &attributes() const { return m_attributes; }
-    void setAttributes(const KVTextAttributes &attributes);
     const QList<Link> &links() const { return m_links; }
     void setLinks(const QList<Link> &links);
     QColor linkColor() const { return m_linkColor; }
@@ -49,19 +40,13 @@ Q_SIGNALS:
     void clickedOnLink(const QUrl &link, int characterIndex);
 
 protected:
-    void paintEvent(QPaintEvent *event) override;
-    void resizeEvent(QResizeEvent *event) override;
+    void decorateDocument(QTextDocument &document) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
 
 private:
-    void relayout();
-
-    QString m_string;
-    KVTextAttributes m_attributes;
     QList<Link> m_links;
     QColor m_linkColor = QColor(0, 120, 214);
-    std::unique_ptr<QTextDocument> m_document;
     std::optional<QUrl> m_pressedLink;
 };

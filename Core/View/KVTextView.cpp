@@ -37,5 +37,6 @@ void KVTextView::resizeEvent(QResizeEvent *)
 void KVTextView::relayout()
 {
     m_document = KVTextMeasure::layoutDocument(m_string, m_attributes, width());
+    decorateDocument(*m_document);
     update();
 }

@@ -23,11 +23,17 @@ public:
     void setAttributes(const KVTextAttributes &attributes);
 
 protected:
+    // The laid-out text that is drawn; decorateDocument() has already run on it.
+    const QTextDocument &document() const { return *m_document; }
+    // Lays the text out again, for subclasses whose decoration changed.
+    void relayout();
+    // Adds character formats (links, say) to a freshly laid-out document; the base adds none.
+    virtual void decorateDocument(QTextDocument &) {}
+
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
 
 private:
-    void relayout();
 
     QString m_string;
     KVTextAttributes m_attributes;
