@@ -1,6 +1,5 @@
 #include "App/Model/KVSectionUpdateRun.h"
 
-#include "Core/Extensions/KVLocalizedString.h"
 #include "Core/Extensions/KVNotificationCenter.h"
 #include "Core/Extensions/KVVersionComparison.h"
 #include "Core/Logging/KVLog.h"
@@ -85,7 +84,7 @@ void KVSectionUpdateRun::report(const QString &messageKey)
 {
     if (!m_progressHandler)
         return;
-    const QVariantMap info{{QStringLiteral("message"), KVLocalizedString(messageKey)}};
+    const QVariantMap info = KVProgressMessage(messageKey);
     KVDispatch::syncMain([&] { m_progressHandler(m_fraction, info); });
 }
 
@@ -155,9 +154,7 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
                 m_sectionBytes = progress.totalUnitCount;
             m_fraction = float(double(m_completedBytes + progress.completedUnitCount) / double(m_totalBytes));
             if (m_progressHandler)
-                m_progressHandler(m_fraction,
-                                  QVariantMap{{QStringLiteral("message"),
-                                               KVLocalizedString(QStringLiteral("IDS_INSTALLER_DOWNLOADING"))}});
+                m_progressHandler(m_fraction, KVProgressMessage(QStringLiteral("IDS_INSTALLER_DOWNLOADING")));
         },
         [this, &finished](const QString &, const KVError &error) {
             // The transfer layer's own error stays out of sight: every transfer failure is a
@@ -319,8 +316,7 @@ void KVSectionUpdateRun::complete()
         if (m_progressHandler) {
             const QVariantMap info = m_runError
                                          ? QVariantMap{{QStringLiteral("error"), QVariant::fromValue(m_runError)}}
-                                         : QVariantMap{{QStringLiteral("message"),
-                                                        KVLocalizedString(QStringLiteral("IDS_INSTALLER_COMPLETE"))}};
+                                         : KVProgressMessage(QStringLiteral("IDS_INSTALLER_COMPLETE"));
             m_progressHandler(m_fraction, info);
         }
         if (m_completionHandler) {

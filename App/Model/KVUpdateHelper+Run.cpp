@@ -1,5 +1,11 @@
 #include "App/Model/KVSectionUpdateRun.h"
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVLocalizedString.h"
+
+QVariantMap KVProgressMessage(const QString &key)
+{
+    return {{QStringLiteral("message"), KVLocalizedString(key)}};
+}
 
 void KVUpdateHelper::updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progressHandler,
                                         KVUpdateCompletionHandler completionHandler)

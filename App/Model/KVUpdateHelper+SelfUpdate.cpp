@@ -1,5 +1,4 @@
 #include "App/Model/KVUpdateHelper.h"
-#include "Core/Extensions/KVLocalizedString.h"
 #include "Core/Extensions/KVNumberText.h"
 #include "Core/Extensions/KVWindowPlacement.h"
 #include "Core/Logging/KVLog.h"
@@ -11,11 +10,6 @@
 
 namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
-
-QVariantMap messageInfo(const char *key)
-{
-    return {{QStringLiteral("message"), KVLocalizedString(QLatin1String(key))}};
-}
 
 // The running installer's bundle, or where it really lies when the system runs a translocated copy.
 QString installerTargetPath(bool logAtErrorLevel)
@@ -55,7 +49,7 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
             [&](const KVTransferProgress &progress) {
                 const float fraction =
                     float(double(progress.completedUnitCount) / double(progress.totalUnitCount) * 0.5);
-                report(fraction, messageInfo("IDS_INSTALLER_DOWNLOADING"));
+                report(fraction, KVProgressMessage(QStringLiteral("IDS_INSTALLER_DOWNLOADING")));
             },
             [&](const QString &, const KVError &downloadError) {
                 if (downloadError)
@@ -72,14 +66,14 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
 
         const QString target = installerTargetPath(true);
         if (!error) {
-            KVDispatch::syncMain([&] { report(0.7f, messageInfo("IDS_INSTALLER_UPDATING")); });
+            KVDispatch::syncMain([&] { report(0.7f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
             KVError unzipError;
             const std::optional<QStringList> items = unzip(downloadPath, &unzipError);
             if (!items || unzipError) {
                 error = unzipError;
                 KVLogError("Failed to unzip %@ with error:%@", downloadPath, unzipError);
             } else {
-                KVDispatch::syncMain([&] { report(0.9f, messageInfo("IDS_INSTALLER_UPDATING")); });
+                KVDispatch::syncMain([&] { report(0.9f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
                 if (items->isEmpty()) {
                     KVLogError("Unzipped path is null!");
                 } else {

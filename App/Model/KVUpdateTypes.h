@@ -41,6 +41,8 @@ inline const QString KVCompanionBundleIdentifier = QStringLiteral("com.keldran.n
 // A progress report of an update run: the fraction done and, unless absent, a dictionary with
 // "message" (text to show) or, in the last report of a failed run, "error" (a KVError).
 using KVProgressHandler = std::function<void(float fraction, const std::optional<QVariantMap> &info)>;
+// The dictionary of a progress report that shows the text of a string-table key.
+QVariantMap KVProgressMessage(const QString &key);
 // The end of an update run: the result dictionary and the run's error (null on success).
 using KVUpdateCompletionHandler = std::function<void(const QVariantMap &result, const KVError &error)>;
 
