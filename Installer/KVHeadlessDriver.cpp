@@ -227,9 +227,7 @@ void KVHeadlessDriver::updateInstaller(const KVINISectionPtr &section)
     say(QStringLiteral("Updating the installer to %1").arg(releaseVersion(*section)));
     m_engine.updateInstaller(
         section,
-        [this](float fraction, const std::optional<QVariantMap> &info) {
-            m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
-        },
+        showProgress(),
         [this](const QVariantMap &, const KVError &error) {
             runDidComplete(error, QStringLiteral("The installer is up to date; relaunching it"));
         });
@@ -255,14 +253,18 @@ void KVHeadlessDriver::updateSections(const QList<KVINISectionPtr> &sections)
     say(QStringLiteral("The licence agreement is accepted; installing %1").arg(names.join(QStringLiteral(", "))));
     m_engine.updateWithSections(
         sections,
-        [this](float fraction, const std::optional<QVariantMap> &info) {
-            // The last report of a failed run carries the error instead of a message; the
-            // completion tells it.
-            m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
-        },
+        showProgress(),
         [this](const QVariantMap &, const KVError &error) {
             runDidComplete(error, QStringLiteral("Update complete; starting Nestora"));
         });
+}
+
+KVProgressHandler KVHeadlessDriver::showProgress()
+{
+    // The last report of a failed run carries the error instead of a message; the completion tells it.
+    return [this](float fraction, const std::optional<QVariantMap> &info) {
+        m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
+    };
 }
 
 void KVHeadlessDriver::runDidComplete(const KVError &error, const QString &successText)

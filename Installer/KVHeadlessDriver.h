@@ -1,6 +1,7 @@
 #pragma once
 
 #include "App/Model/KVINISection.h"
+#include "App/Model/KVUpdateTypes.h"
 #include "Core/Extensions/KVError.h"
 
 #include <QObject>
@@ -84,6 +85,8 @@ private:
     void updateInstaller(const KVINISectionPtr &section);
     void checkDeliverables();
     void updateSections(const QList<KVINISectionPtr> &sections);
+    // Draws every progress report of a run on the terminal. Thread: main.
+    KVProgressHandler showProgress();
     // The end of an update run, self-update or section update alike.
     void runDidComplete(const KVError &error, const QString &successText);
     void checkDidFail(const KVError &error);
