@@ -70,7 +70,7 @@ void prepareLaunch(const QStringList &arguments)
 {
     KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
     const KVBundle bundle = KVBundle::mainBundle();
-    KVLogSetup::setupCocoaLumberjack(defaults, {.systemLog = qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG")});
+    KVLogSetup::setupCocoaLumberjack(defaults, {});
     KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"),
                bundle.bundleVersion());
     KVLogError("%@ start parameters %@", kClassName, arguments);

@@ -41,8 +41,7 @@ KVIAppDelegate::~KVIAppDelegate() {
 }
 
 void KVIAppDelegate::setupCocoaLumberjack() {
-    KVLogSetup::setupCocoaLumberjack(KVUserDefaults::standardUserDefaults(),
-                                     {.systemLog = qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG")});
+    KVLogSetup::setupCocoaLumberjack(KVUserDefaults::standardUserDefaults(), {});
 }
 
 void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments) {

@@ -4,8 +4,11 @@
 
 namespace KVSystemLog {
 
-void write(const QString &message) {
-    if (!qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG"))
+bool isEnabled() { return qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG"); }
+
+void write(const QString &message)
+{
+    if (!isEnabled())
         return;
     ::syslog(LOG_USER | LOG_NOTICE, "%s", message.toUtf8().constData());
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Core/Logging/KVRollingFileSink.h"
+#include "Platform/KVSystemLog.h"
 
 #include <QString>
 
@@ -19,7 +20,7 @@ public:
 
     struct Options
     {
-        bool systemLog = true;
+        bool systemLog = KVSystemLog::isEnabled();
         KVRollingFileSink::Clock clock = &QDateTime::currentDateTimeUtc;
     };
 
