@@ -3,6 +3,7 @@
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Logging/KVLog.h"
 #include "Core/Logging/KVLogSetup.h"
+#include "Installer/KVCommandLine.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
 #include "Platform/KVUserDefaults.h"
@@ -13,31 +14,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <unistd.h>
 
 namespace {
 const QString kClassName = QStringLiteral("KVHeadlessDriver");
 const QString kProgramName = QStringLiteral("NestoraInstaller");
-const QString kWindowOriginOption = QStringLiteral("-KVWindowOrigin");
 constexpr int kBarWidth = 30;
 constexpr int kPlainLineStep = 10; // percent between two plain progress lines
-
-QString usageText()
-{
-    return QStringLiteral("Usage: %1 --headless --accept-license\n"
-                          "Updates the installer itself, then the Nestora application and its device data from the\n"
-                          "update server, without a window; starts Nestora when everything is up to date.\n"
-                          "\n"
-                          "  --headless        run without a window and show progress on the terminal\n"
-                          "  --accept-license  accept the end-user licence agreement (required):\n"
-                          "                    https://%2/legal-privacy/end-user-license-agreement/\n"
-                          "  --help            show this text\n"
-                          "\n"
-                          "Exit status: 0 done, 1 update failed, 2 usage error or licence not accepted,\n"
-                          "3 update server unreachable, 4 another installer is running.\n")
-        .arg(kProgramName, QStringLiteral(NESTORA_VENDOR_SITE));
-}
 
 // The version of a release section: the last "_"-part of its name.
 QString releaseVersion(const KVINISection &section)
@@ -136,12 +119,6 @@ QString KVTerminalProgressBar::line(int percent, const QString &message) const
 
 // ---- KVHeadlessDriver -----------------------------------------------------------------------
 
-bool KVHeadlessDriver::isRequested(int argc, char **argv)
-{
-    const QByteArray option = kHeadlessOption.toLatin1();
-    return std::any_of(argv + 1, argv + argc, [&](const char *argument) { return option == argument; });
-}
-
 int KVHeadlessDriver::exec(const QStringList &arguments)
 {
     QFile output;
@@ -149,15 +126,6 @@ int KVHeadlessDriver::exec(const QStringList &arguments)
     if (!output.open(stdout, QIODevice::WriteOnly | QIODevice::Unbuffered) ||
         !errors.open(stderr, QIODevice::WriteOnly | QIODevice::Unbuffered))
         return Failed;
-    if (arguments.contains(QStringLiteral("--help"))) {
-        QTextStream(&output) << usageText();
-        return Succeeded;
-    }
-    if (const std::optional<QString> usageError = usageErrorOf(arguments)) {
-        QTextStream(&errors) << kProgramName << ": " << *usageError << "\n\n" << usageText();
-        return UsageError;
-    }
-
     prepareLaunch(arguments);
     KVHeadlessDriver driver(KVUpdateHelper::sharedInstance(), &output, &errors, ::isatty(STDOUT_FILENO) == 1);
     QObject::connect(&driver, &KVHeadlessDriver::finished, QCoreApplication::instance(), &QCoreApplication::exit);
@@ -169,24 +137,6 @@ int KVHeadlessDriver::refuseSecondInstance()
 {
     QTextStream(stderr) << kProgramName << ": another Nestora installer is already running\n";
     return AnotherInstanceRuns;
-}
-
-std::optional<QString> KVHeadlessDriver::usageErrorOf(const QStringList &arguments)
-{
-    bool licenseAccepted = false;
-    for (qsizetype i = 1; i < arguments.size(); ++i) {
-        const QString &argument = arguments.at(i);
-        if (argument == kAcceptLicenseOption)
-            licenseAccepted = true;
-        else if (argument == kWindowOriginOption)
-            i += 2; // a relaunch passes the window's place; there is no window to place
-        else if (argument != kHeadlessOption)
-            return QStringLiteral("unknown argument \"%1\"").arg(argument);
-    }
-    if (!licenseAccepted)
-        return QStringLiteral("the end-user licence agreement must be accepted: read it and run again with %1")
-            .arg(kAcceptLicenseOption);
-    return std::nullopt;
 }
 
 KVHeadlessDriver::KVHeadlessDriver(KVUpdateHelper &engine, QIODevice *output, QIODevice *errors, bool interactive)
@@ -202,7 +152,7 @@ void KVHeadlessDriver::start()
     // The engine ends the installer only after it has handed over, to the companion application
     // or to the relaunched installer; failures end it from here.
     host.terminate = [this] { finish(Succeeded); };
-    host.relaunchArguments = {kHeadlessOption, kAcceptLicenseOption};
+    host.relaunchArguments = {KVCommandLine::kHeadlessOption, KVCommandLine::kAcceptLicenseOption};
     m_engine.setHost(std::move(host));
 
     say(QStringLiteral("Nestora installer %1: checking for updates at %2")
@@ -225,12 +175,9 @@ void KVHeadlessDriver::checkInstaller()
 void KVHeadlessDriver::updateInstaller(const KVINISectionPtr &section)
 {
     say(QStringLiteral("Updating the installer to %1").arg(releaseVersion(*section)));
-    m_engine.updateInstaller(
-        section,
-        showProgress(),
-        [this](const QVariantMap &, const KVError &error) {
-            runDidComplete(error, QStringLiteral("The installer is up to date; relaunching it"));
-        });
+    m_engine.updateInstaller(section, showProgress(), [this](const QVariantMap &, const KVError &error) {
+        runDidComplete(error, QStringLiteral("The installer is up to date; relaunching it"));
+    });
 }
 
 void KVHeadlessDriver::checkDeliverables()
@@ -251,12 +198,9 @@ void KVHeadlessDriver::updateSections(const QList<KVINISectionPtr> &sections)
     for (const KVINISectionPtr &section : sections)
         names << section->name();
     say(QStringLiteral("The licence agreement is accepted; installing %1").arg(names.join(QStringLiteral(", "))));
-    m_engine.updateWithSections(
-        sections,
-        showProgress(),
-        [this](const QVariantMap &, const KVError &error) {
-            runDidComplete(error, QStringLiteral("Update complete; starting Nestora"));
-        });
+    m_engine.updateWithSections(sections, showProgress(), [this](const QVariantMap &, const KVError &error) {
+        runDidComplete(error, QStringLiteral("Update complete; starting Nestora"));
+    });
 }
 
 KVProgressHandler KVHeadlessDriver::showProgress()

@@ -55,14 +55,8 @@ public:
         AnotherInstanceRuns = 4, // another installer of this user is running
     };
 
-    static inline const QString kHeadlessOption = QStringLiteral("--headless");
-    static inline const QString kAcceptLicenseOption = QStringLiteral("--accept-license");
-
-    // Whether the command line asks for the headless mode. Read before the application object
-    // exists, since the headless mode runs without a display.
-    static bool isRequested(int argc, char **argv);
-    // The headless mode as a whole: start-up, the run and its outcome on stdout and stderr.
-    // Returns the exit status. Needs a QCoreApplication.
+    // The headless mode as a whole, for a command line KVCommandLine has accepted: start-up, the
+    // run and its outcome on stdout and stderr. Returns the exit status. Needs a QCoreApplication.
     static int exec(const QStringList &arguments);
     // What a second start tells when another installer already runs; returns the exit status.
     static int refuseSecondInstance();
@@ -78,9 +72,6 @@ Q_SIGNALS:
     void finished(int status);
 
 private:
-    // The usage error in the arguments (program name first), or nothing when they are good.
-    static std::optional<QString> usageErrorOf(const QStringList &arguments);
-
     void checkInstaller();
     void updateInstaller(const KVINISectionPtr &section);
     void checkDeliverables();

@@ -2,6 +2,7 @@
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Logging/KVLog.h"
 #include "Installer/Controllers/KVIViewController.h"
+#include "Installer/KVCommandLine.h"
 #include "Installer/KVHeadlessDriver.h"
 #include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIView.h"
@@ -14,8 +15,14 @@
 
 int main(int argc, char *argv[])
 {
+    // Read before the application object exists: --help, --version and usage errors need no
+    // display and write nothing under HOME.
+    const KVCommandLine commandLine = KVCommandLine::parse(argc, argv);
+    if (commandLine.request() != KVCommandLine::Request::Run)
+        return commandLine.answer();
+
     // The headless mode needs no display, so it runs on a core application.
-    const bool headless = KVHeadlessDriver::isRequested(argc, argv);
+    const bool headless = commandLine.isHeadless();
     const std::unique_ptr<QCoreApplication> application =
         headless ? std::make_unique<QCoreApplication>(argc, argv) : std::make_unique<QApplication>(argc, argv);
 
@@ -29,9 +36,8 @@ int main(int argc, char *argv[])
         return KVHeadlessDriver::exec(application->arguments());
 
     KVIAppDelegate delegate;
-    delegate.setContentFactory([](KVIWindow *window) {
-        return (new KVIViewController(KVUpdateHelper::sharedInstance(), window))->view();
-    });
+    delegate.setContentFactory(
+        [](KVIWindow *window) { return (new KVIViewController(KVUpdateHelper::sharedInstance(), window))->view(); });
     QObject::connect(&singleInstance, &KVSingleInstance::activationRequested, &delegate, [&delegate] {
         KVLogInfo("%@ brought to the front by a second start", QStringLiteral("KVIAppDelegate"));
         delegate.activate();

@@ -2,7 +2,6 @@
 
 #include "Platform/KVPropertyList.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QMutex>
@@ -20,8 +19,7 @@ QString stringValue(const QVariant &value)
 KVBundle::KVBundle(QString path)
     : m_path(std::move(path))
     , m_info(KVPropertyList::readDictionary(m_path + QStringLiteral("/Contents/Info.plist")))
-{
-}
+{}
 
 std::optional<KVBundle> KVBundle::bundleWithPath(const QString &path)
 {
@@ -43,12 +41,23 @@ KVBundle KVBundle::mainBundle()
         if (!mainBundleOverride.isEmpty())
             return KVBundle(mainBundleOverride);
     }
-    return KVBundle(QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../..")));
+    // Read from the process itself rather than QCoreApplication, so that it also answers before
+    // the application object exists (--version); and only once, since a self-update moves the
+    // running bundle away while the process must go on naming the place it was started from.
+    static const QString startedFrom = QDir::cleanPath(
+        QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath()).path() + QStringLiteral("/../.."));
+    return KVBundle(startedFrom);
 }
 
-QString KVBundle::bundleIdentifier() const { return stringValue(m_info.value(QStringLiteral("CFBundleIdentifier"))); }
+QString KVBundle::bundleIdentifier() const
+{
+    return stringValue(m_info.value(QStringLiteral("CFBundleIdentifier")));
+}
 
-QString KVBundle::bundleVersion() const { return stringValue(m_info.value(QStringLiteral("CFBundleVersion"))); }
+QString KVBundle::bundleVersion() const
+{
+    return stringValue(m_info.value(QStringLiteral("CFBundleVersion")));
+}
 
 QString KVBundle::executablePath() const
 {
@@ -56,10 +65,14 @@ QString KVBundle::executablePath() const
     return name.isEmpty() ? QString() : m_path + QStringLiteral("/Contents/MacOS/") + name;
 }
 
-QString KVBundle::resourcePath() const { return m_path + QStringLiteral("/Contents/Resources"); }
+QString KVBundle::resourcePath() const
+{
+    return m_path + QStringLiteral("/Contents/Resources");
+}
 
 QString KVBundle::pathForResource(const QString &name, const QString &type) const
 {
-    const QString path = resourcePath() + QLatin1Char('/') + name + (type.isEmpty() ? QString() : QLatin1Char('.') + type);
+    const QString path =
+        resourcePath() + QLatin1Char('/') + name + (type.isEmpty() ? QString() : QLatin1Char('.') + type);
     return QFileInfo::exists(path) ? path : QString();
 }

@@ -64,8 +64,8 @@ private Q_SLOTS:
     void firstInstallation();
     void updateOverOlderVersion();
     void nothingDueLaunchesCompanion();
-    void refusesBadCommandLine_data();
-    void refusesBadCommandLine();
+    void commandLineAnsweredWithoutWindow_data();
+    void commandLineAnsweredWithoutWindow();
     void progressBar_data();
     void progressBar();
 
@@ -224,31 +224,60 @@ void EndToEndInstallTest::nothingDueLaunchesCompanion()
     QCOMPARE(history(), currentHistory());
 }
 
-void EndToEndInstallTest::refusesBadCommandLine_data()
+void EndToEndInstallTest::commandLineAnsweredWithoutWindow_data()
 {
     QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("licence not accepted")
-        << QStringList{"--headless"} << "the end-user licence agreement must be accepted";
-    QTest::newRow("unknown option") << QStringList{"--headless", "--accept-license", "--force"}
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("errors");
+    const QString usage = QStringLiteral("Usage: NestoraInstaller [--headless --accept-license]");
+    QTest::newRow("help") << QStringList{"--help"} << 0 << usage << "";
+    QTest::newRow("help, headless") << QStringList{"--headless", "--help"} << 0 << usage << "";
+    QTest::newRow("version") << QStringList{"--version"} << 0 << "7.6.5\n"
+                             << "";
+    QTest::newRow("version, headless") << QStringList{"--headless", "--version"} << 0 << "7.6.5\n"
+                                       << "";
+    QTest::newRow("unknown option") << QStringList{"--force"} << int(KVHeadlessDriver::UsageError) << ""
                                     << "unknown argument \"--force\"";
+    QTest::newRow("unknown option, headless")
+        << QStringList{"--headless", "--accept-license", "--force"} << int(KVHeadlessDriver::UsageError) << ""
+        << "unknown argument \"--force\"";
+    QTest::newRow("licence not accepted") << QStringList{"--headless"} << int(KVHeadlessDriver::UsageError) << ""
+                                          << "the end-user licence agreement must be accepted";
 }
 
-void EndToEndInstallTest::refusesBadCommandLine()
+void EndToEndInstallTest::commandLineAnsweredWithoutWindow()
 {
     QFETCH(QStringList, arguments);
-    QFETCH(QString, message);
+    QFETCH(int, status);
+    QFETCH(QString, output);
+    QFETCH(QString, errors);
+    QVERIFY(m_installer.install(QStringLiteral("7.6.5")));
     QVERIFY(m_server->addNestoraRelease());
     QVERIFY(startServer());
-
+    const auto homeBefore = snapshot(KVTestSandbox::current().home());
+    // No display at all: a window, or a QApplication, would make the start fail.
+    const QStringList displayVariables{"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"};
+    QHash<QString, QByteArray> savedDisplay;
+    for (const QString &variable : displayVariables) {
+        savedDisplay.insert(variable, qgetenv(qPrintable(variable)));
+        qunsetenv(qPrintable(variable));
+    }
     const KVTestInstaller::Outcome outcome = m_installer.run(arguments);
+    for (auto saved = savedDisplay.cbegin(); saved != savedDisplay.cend(); ++saved)
+        if (!saved.value().isEmpty())
+            qputenv(qPrintable(saved.key()), saved.value());
+
     QVERIFY(outcome.finished);
-    QCOMPARE(outcome.exitStatus, int(KVHeadlessDriver::UsageError));
-    QVERIFY2(outcome.errors.contains(message), qPrintable(outcome.errors));
-    QVERIFY(outcome.errors.contains("Usage: NestoraInstaller --headless --accept-license"));
+    QCOMPARE(outcome.exitStatus, status);
+    QVERIFY2(output.isEmpty() ? outcome.output.isEmpty() : outcome.output.startsWith(output),
+             qPrintable(outcome.output));
+    QVERIFY2(outcome.errors.contains(errors), qPrintable(outcome.errors));
+    if (status != 0)
+        QVERIFY(outcome.errors.contains(QStringLiteral("Usage: NestoraInstaller")));
+    QCOMPARE(snapshot(KVTestSandbox::current().home()), homeBefore);
     QVERIFY(m_server->requestedPaths().isEmpty());
     QVERIFY(!QFileInfo::exists(applicationPath()));
-    QCOMPARE(settledStarts().value_or(QList<KVTestCompanion::Start>{{}}).size(), 0);
 }
 
 void EndToEndInstallTest::progressBar_data()
