@@ -3,16 +3,29 @@
 #include "Core/Extensions/KVError.h"
 
 #include <QString>
+#include <QStringList>
 
-// Unpacks ZIP archives with the system's unzip tool. An unpacking that the tool reports as failed
-// is an error, so that a truncated archive or a full disk never passes for a complete one.
+#include <optional>
+
+// Reads and unpacks ZIP archives with the system's unzip tool. Anything the tool reports as not
+// quite right (a warning included) is an error, so that a truncated, padded or otherwise damaged
+// archive never passes for a complete one.
 namespace KVUnzip {
 
-// Unpacks the archive into the folder, which must exist. Blocks until the tool has ended; the
-// tool's listing goes to this process's standard output. Fails (Cocoa domain: 4 for a missing
-// archive, 640 for a full disk, 259 otherwise) when the tool exits with a status other than 0,
-// or with 1 and any warning beyond the ones about unsafe paths that it neutralised (absolute
-// paths and "../" components are unpacked inside the folder).
+// What an archive's central directory claims, read without unpacking anything.
+struct Listing
+{
+    QStringList entryNames;   // as stored, folders with their trailing "/"
+    qint64 unpackedBytes = 0; // the sum of the entries' uncompressed sizes
+};
+
+// The archive's listing, or nothing with *error set (Cocoa domain: 4 for a missing archive, 259
+// for one the tool cannot read cleanly).
+[[nodiscard]] std::optional<Listing> listArchive(const QString &archivePath, KVError *error);
+
+// Unpacks the archive into the folder, which must exist. Blocks until the tool has ended. Fails
+// (Cocoa domain: 4 for a missing archive, 640 for a full disk, 259 otherwise) when the tool exits
+// with a status other than 0.
 [[nodiscard]] KVError extractArchive(const QString &archivePath, const QString &folder);
 
 } // namespace KVUnzip

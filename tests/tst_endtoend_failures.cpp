@@ -1,8 +1,8 @@
 // Update runs that fail against a real nginx: a damaged download, a missing file, a connection
-// cut halfway, and an applications folder that cannot be written where the administrator prompt
-// is dismissed. Each leaves the old installation complete, the history as it was and a clear
-// error, both in-process through the engine and through the installer's headless mode. Also the
-// weighted progress of a successful two-file run.
+// cut halfway, an applications folder that cannot be written where the administrator prompt is
+// dismissed, and crafted archives of every bad shape. Each leaves the old installation complete,
+// the history as it was and a clear error, in-process through the engine and through the
+// installer's headless mode. Also the weighted progress of a successful two-file run.
 
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVLocalizedString.h"
@@ -80,6 +80,8 @@ private Q_SLOTS:
     void failedRunReportsFirstError();
     void failedHeadlessRunKeepsOldInstallation_data() { failedRunReportsFirstError_data(); }
     void failedHeadlessRunKeepsOldInstallation();
+    void craftedArchiveKeepsInstallation_data();
+    void craftedArchiveKeepsInstallation();
     void weightedProgressOfTwoFiles();
 
 private:
@@ -105,6 +107,7 @@ private:
     std::unique_ptr<KVTestMount> m_readOnlyApplications;
     KVTestInstaller m_installer;
     Snapshot m_oldApplication;
+    QMap<QString, QByteArray> m_craftedArchives; // by name, without ".zip"
     Snapshot m_oldIcons;
     qint64 m_oldInstance = 0;
     int m_terminations = 0;
@@ -113,6 +116,13 @@ private:
 void EndToEndFailuresTest::initTestCase()
 {
     m_companion = std::make_unique<KVTestCompanion>();
+    const QString folder = KVTestSandbox::current().root() + QStringLiteral("/crafted");
+    QProcess maker;
+    maker.start(QStringLiteral("python3"),
+                {QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/make-crafted-archives.py"), folder});
+    QVERIFY(maker.waitForFinished(60000) && maker.exitCode() == 0);
+    for (const QFileInfo &archive : QDir(folder).entryInfoList(QDir::Files))
+        m_craftedArchives.insert(archive.baseName(), KVTestFiles::readFile(archive.filePath()));
 }
 
 void EndToEndFailuresTest::init()
@@ -301,6 +311,88 @@ void EndToEndFailuresTest::failedHeadlessRunKeepsOldInstallation()
     QVERIFY2(outcome.errors.contains("NestoraInstaller: " + message), qPrintable(outcome.errors));
     QVERIFY2(outcome.output.contains("installing " + kRunList.join(", ") + '\n'), qPrintable(outcome.output));
     verifyOldInstallationKept(companionStopped, downloadsLeft);
+}
+
+void EndToEndFailuresTest::craftedArchiveKeepsInstallation_data()
+{
+    QTest::addColumn<QString>("archive"); // made by tests/data/archives/make-crafted-archives.py
+    QTest::addColumn<bool>("asIcons");    // served as the device icons, else as the application
+    QTest::addColumn<QString>("problem");
+
+    const QString unsafe = QStringLiteral("the archive cannot be unpacked safely: ");
+    const QString invalid = QStringLiteral("the archive is not a valid Nestora.app: ");
+    QTest::newRow("README beside the bundle")
+        << "with-readme" << false << invalid + "it holds 2 items instead of one bundle: Nestora.app, README.txt";
+    QTest::newRow("two bundles") << "two-bundles" << false
+                                 << invalid + "it holds 2 items instead of one bundle: Nestora.app, Other.app";
+    QTest::newRow("../ entry") << "parent-entry" << false
+                               << unsafe + "the entry \u201c../nestora-escaped.txt\u201d points outside its folder";
+    QTest::newRow("absolute entry") << "absolute-entry" << false
+                                    << unsafe + "the entry \u201c/tmp/nestora-absolute.txt\u201d points outside";
+    QTest::newRow("bundle is a link") << "top-level-link" << false
+                                      << unsafe + "its top-level item \u201cNestora.app\u201d is a link";
+    QTest::newRow("link leaving the bundle")
+        << "link-leaving-bundle" << false
+        << unsafe + "the link \u201cNestora.app/Contents/Resources/data\u201d leads outside \u201cNestora.app\u201d";
+    QTest::newRow("program without its run bit")
+        << "program-not-executable" << false << invalid + "Contents/MacOS/Nestora is not an executable file";
+    QTest::newRow("other identifier, data descriptors")
+        << "other-identifier" << false
+        << invalid + "its bundle identifier is \u201ccom.example.other\u201d, not \u201ccom.keldran.nestora\u201d";
+    QTest::newRow("no Info.plist") << "no-info-plist" << false
+                                   << invalid + "Contents/Info.plist is missing or unreadable";
+    QTest::newRow("other name") << "other-name" << false << invalid + "it holds \u201cNestora 2.app\u201d";
+    QTest::newRow("only __MACOSX") << "only-macosx" << false << invalid + "it holds nothing";
+    QTest::newRow("zip64 file named like the bundle")
+        << "file-as-bundle-zip64" << false << invalid + "Nestora.app is not a folder";
+    QTest::newRow("nested archive") << "nested-archive" << false << invalid + "it holds \u201cNestora.zip\u201d";
+    QTest::newRow("non-UTF-8 name") << "non-utf8-name" << false << invalid + "it holds \u201cNestor";
+    QTest::newRow("padded") << "padded" << false << "4096 extra bytes at beginning or within zipfile";
+    QTest::newRow("invalid end record") << "bad-end-record" << false << "The archive could not be read";
+    QTest::newRow("zip bomb") << "expands-too-far" << false
+                              << unsafe + "it would unpack to 33554804 bytes, more than 20 times its size";
+    // A failed data deployment is not recorded, so the next run tries again.
+    QTest::newRow("icons with a ../ entry")
+        << "parent-entry" << true << unsafe + "the entry \u201c../nestora-escaped.txt\u201d points outside";
+}
+
+void EndToEndFailuresTest::craftedArchiveKeepsInstallation()
+{
+    QFETCH(QString, archive);
+    QFETCH(bool, asIcons);
+    QFETCH(QString, problem);
+
+    const QByteArray craftedBytes = m_craftedArchives.value(archive);
+    QVERIFY(!craftedBytes.isEmpty());
+
+    const QString oldApplication = asIcons ? KVTestUpdateServer::releaseApplication : kOldApplication;
+    QVERIFY(m_server->addApplication(KVTestUpdateServer::releaseApplication));
+    QVERIFY(m_server->addDeviceIcons(KVTestUpdateServer::releaseDeviceIcons, KVTestUpdateServer::releaseIcons));
+    const QString served = asIcons ? KVTestUpdateServer::deviceIconsFile
+                                   : KVTestUpdateServer::applicationFile(KVTestUpdateServer::releaseApplication);
+    QVERIFY(KVTestFiles::writeFile(m_server->servedPath(served), craftedBytes));
+    QString failure;
+    QVERIFY2(m_server->start(&failure), qPrintable(failure));
+    QVERIFY(m_server->writeTestServerFile());
+    QVERIFY(installApplication(oldApplication));
+    QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
+    const QVariantMap oldHistory{
+        {QStringLiteral("Device_Icon"), asIcons ? QStringLiteral("2") : KVTestUpdateServer::releaseDeviceIcons}};
+    QVERIFY(writeHistory(oldHistory));
+    const auto installation = [] { return std::pair(snapshot(applicationPath()), snapshot(deviceIconsPath())); };
+    const auto installed = installation();
+
+    const KVTestInstaller::Outcome outcome = m_installer.run();
+    QVERIFY(outcome.finished);
+    QCOMPARE(outcome.exitStatus, int(KVHeadlessDriver::Failed));
+    QVERIFY2(outcome.errors.contains("NestoraInstaller: update failed: ") && outcome.errors.contains(problem),
+             qPrintable(outcome.errors));
+    QVERIFY(installation() == installed);
+    QCOMPARE(history(), oldHistory);
+    // Nothing of the run is left: no download, no unpacked folder, nothing beside the application.
+    const QDir::Filters everything = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+    QCOMPARE(QDir(KVTestSandbox::current().temporaryDirectory()).entryList(everything), QStringList());
+    QCOMPARE(QDir(KVTestSandbox::current().applicationsDirectory()).entryList(everything), QStringList{"Nestora.app"});
 }
 
 void EndToEndFailuresTest::weightedProgressOfTwoFiles()

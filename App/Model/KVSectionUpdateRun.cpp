@@ -227,34 +227,35 @@ void KVSectionUpdateRun::deploySections()
 void KVSectionUpdateRun::deploySection(const KVINISection &section, const QString &downloadedPath)
 {
     const KVUpdateSectionType type = m_engine.typeOfSection(section);
+    const QString deploymentPath = m_engine.deploymentPathForSection(section);
     QStringList items;
-    bool unpacked = true;
+    KVError error;
     if (isArchiveKind(type)) {
-        KVError unzipError;
-        const std::optional<QStringList> unzipped = KVUpdateHelper::unzip(downloadedPath, &unzipError);
-        unpacked = unzipped && !unzipError;
-        if (unpacked)
-            items = *unzipped;
-        else
-            m_runError = unzipError;
+        // An application archive must hold exactly the application, checked before anything is replaced.
+        std::optional<KVArchiveCheck> expectedBundle;
+        if (type == KVUpdateSectionTypeApplicationRelease)
+            expectedBundle.emplace(QFileInfo(deploymentPath).fileName(), KVCompanionBundleIdentifier);
+        items = KVUpdateHelper::unzip(downloadedPath, &error, expectedBundle).value_or(QStringList());
+        if (error)
+            m_runError = error;
     }
 
-    const QString deploymentPath = m_engine.deploymentPathForSection(section);
     const bool pluginIsNew = type == KVUpdateSectionTypeModuleRelease && !KVBundle::bundleWithPath(deploymentPath);
     if (deploymentPath.isEmpty()) {
         KVLogError("%@: failed to get deployment path for section %@", kClassName, section.name());
         return;
     }
 
-    // An archive the unzip tool could not unpack deploys nothing: the installed item stays whole.
-    if (unpacked) {
-        const KVError error = deployDeliverable(section, type, items, downloadedPath, deploymentPath, pluginIsNew);
+    // An archive that could not be unpacked or failed its check deploys nothing: the installed item stays whole.
+    if (!error) {
+        error = deployDeliverable(section, type, items, downloadedPath, deploymentPath, pluginIsNew);
         if (error && !m_runError)
             m_runError = error;
     }
 
     (void)KVFileOperations::removeItem(downloadedPath);
-    if (isDataKind(type))
+    // Only what was deployed: a failed deployment is tried again next time.
+    if (isDataKind(type) && !error)
         recordHistory(section);
 }
 
@@ -281,8 +282,8 @@ KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpd
         QDir().mkpath(QFileInfo(deploymentPath).absolutePath());
         if (type == KVUpdateSectionTypeDeviceXML)
             encodeDevicesXml(downloadedPath);
-        (void)KVFileOperations::removeItem(deploymentPath);
-        return KVFileOperations::moveItem(downloadedPath, deploymentPath);
+        // Beside, then over: the installed file stays whole until the new one has taken its place.
+        return KVFileOperations::replaceItem(deploymentPath, downloadedPath);
     }
 }
 
@@ -298,7 +299,6 @@ void KVSectionUpdateRun::announcePlugin(const KVINISection &section, bool firstI
                            {QStringLiteral("firstInstallation"), firstInstallation}};
     KVDispatch::asyncMain([info] { KVNotificationCenter::defaultCenter().post(KVPlugInInstalledNotification, info); });
 }
-// Recorded even when this section's deployment has just failed.
 void KVSectionUpdateRun::recordHistory(const KVINISection &section)
 {
     const QString latestVersion = section.valueForKey(QStringLiteral("LatestVersion"));

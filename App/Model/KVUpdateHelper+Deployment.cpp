@@ -1,3 +1,4 @@
+#include "App/Model/KVArchiveCheck.h"
 #include "App/Model/KVPrivilegeHelper.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVShellQuoting.h"
@@ -63,8 +64,7 @@ void recordInstallerVendor()
 KVError deployAppWithPrivilege(const QStringList &items, const QString &destination)
 {
     const QString script = KVBundle::mainBundle().resourcePath() + QStringLiteral("/Install.sh");
-    const QStringList arguments{KVShellQuoting::singleQuoted(destination),
-                                KVShellQuoting::singleQuoted(items.value(0)),
+    const QStringList arguments{KVShellQuoting::singleQuoted(destination), KVShellQuoting::singleQuoted(items.value(0)),
                                 KVShellQuoting::singleQuoted(QFileInfo(destination).absolutePath())};
     QString output;
     QString errorDescription;
@@ -77,7 +77,8 @@ KVError deployAppWithPrivilege(const QStringList &items, const QString &destinat
 
 } // namespace
 
-std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVError *error)
+std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVError *error,
+                                                 const std::optional<KVArchiveCheck> &expectedBundle)
 {
     const QString folder = KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + KVUUIDString();
     std::error_code code;
@@ -86,16 +87,26 @@ std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVE
         setError(error, KVError::fromErrno(code.value(), folder));
         return std::nullopt;
     }
-    // A failed unpacking yields nothing at all: half an application must never be deployed.
-    if (const KVError unzipError = KVUnzip::extractArchive(archivePath, folder)) {
+    // A failed unpacking yields nothing at all: half an application must never be deployed. What
+    // the archive claims is checked first, so that a hostile one never fills the disk.
+    KVError unzipError = KVArchiveCheck::checkListing(archivePath, folder);
+    if (!unzipError)
+        unzipError = KVUnzip::extractArchive(archivePath, folder);
+    std::optional<QStringList> items;
+    if (!unzipError)
+        items = entriesOfFolder(folder, &unzipError);
+    if (!unzipError)
+        unzipError = KVArchiveCheck::checkLinks(*items);
+    if (items)
+        items->removeIf([](const QString &path) { return QFileInfo(path).fileName() == QLatin1String("__MACOSX"); });
+    if (!unzipError && expectedBundle)
+        unzipError = expectedBundle->checkBundle(*items);
+    if (unzipError) {
         KVLogError("%s: failed to unzip %@ with error %@", __func__, archivePath, unzipError);
         [[maybe_unused]] const KVError ignored = KVFileOperations::removeItem(folder);
         setError(error, unzipError);
         return std::nullopt;
     }
-    std::optional<QStringList> items = entriesOfFolder(folder, error);
-    if (items)
-        items->removeIf([](const QString &path) { return QFileInfo(path).fileName() == QLatin1String("__MACOSX"); });
     return items;
 }
 

@@ -6,6 +6,7 @@
 #include "Platform/KVFileOperations.h"
 #include "Platform/KVTranslocation.h"
 
+#include <QFileInfo>
 #include <QSemaphore>
 
 namespace {
@@ -68,19 +69,18 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
         if (!error) {
             KVDispatch::syncMain([&] { report(0.7f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
             KVError unzipError;
-            const std::optional<QStringList> items = unzip(downloadPath, &unzipError);
-            if (!items || unzipError) {
+            // The new build must be this installer's bundle, whole, before it may replace this one.
+            const std::optional<QStringList> items = unzip(
+                downloadPath, &unzipError, KVArchiveCheck(QFileInfo(target).fileName(), KVInstallerBundleIdentifier));
+            if (unzipError) {
                 error = unzipError;
                 KVLogError("Failed to unzip %@ with error:%@", downloadPath, unzipError);
             } else {
-                KVDispatch::syncMain([&] { report(0.9f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
-                if (items->isEmpty()) {
-                    KVLogError("Unzipped path is null!");
-                } else {
-                    (void)deployInstaller(items->first(), target, &error);
-                    if (error)
-                        KVLogError("Failed to deployInstaller %@ to %@ with error:%@", *items, target, error);
-                }
+                KVDispatch::syncMain(
+                    [&] { report(0.9f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
+                (void)deployInstaller(items->first(), target, &error);
+                if (error)
+                    KVLogError("Failed to deployInstaller %@ to %@ with error:%@", *items, target, error);
             }
         }
 

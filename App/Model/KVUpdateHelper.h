@@ -1,5 +1,6 @@
 #pragma once
 
+#include "App/Model/KVArchiveCheck.h"
 #include "App/Model/KVINI.h"
 #include "App/Model/KVUpdateEngine.h"
 #include "App/Model/KVUpdateTypes.h"
@@ -113,8 +114,10 @@ public:
     // Queue only.
     //
     // The archive's top-level items in a fresh temporary folder, without "__MACOSX", or nothing:
-    // an unpacking the unzip tool reports as failed yields no items at all.
-    [[nodiscard]] static std::optional<QStringList> unzip(const QString &archivePath, KVError *error);
+    // an archive that fails a check of KVArchiveCheck (the bundle check too when one is given), or
+    // that the unzip tool reports as failed, yields no items at all and leaves no folder.
+    [[nodiscard]] static std::optional<QStringList> unzip(const QString &archivePath, KVError *error,
+                                                          const std::optional<KVArchiveCheck> &expectedBundle = {});
     // Each item in turn replaces the destination (created as a folder when missing). Always true.
     static bool deploy(const QStringList &items, const QString &destination, KVError *error);
     // deploy(), falling back to "Install.sh" as root when the folder is not writable (error 513).

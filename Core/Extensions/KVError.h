@@ -29,6 +29,7 @@ enum KVCocoaErrorCode : qint64 {
 enum KVUpdateHelperErrorCode : qint64 {
     KVUpdateHelperErrorMD5Mismatch = 1,
     KVUpdateHelperErrorManifestUnavailable = 2,
+    KVUpdateHelperErrorInvalidArchive = 6, // a verified archive that must not be unpacked or deployed
 };
 
 // An error value: domain, code and user info, or nothing at all (the null error means success).
