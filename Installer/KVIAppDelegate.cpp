@@ -1,6 +1,7 @@
 #include "Installer/KVIAppDelegate.h"
 
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVLocalizedString.h"
 #include "Core/Logging/KVLog.h"
 #include "Core/Logging/KVLogSetup.h"
 #include "Installer/KVIView.h"
@@ -34,6 +35,8 @@ KVIAppDelegate::KVIAppDelegate(QObject *parent)
     , m_window(new KVIWindow)
     , m_screenMetrics(&primaryScreenMetrics) {
     m_window->resize(kWindowSize);
+    // The name the desktop and screen readers know the window by.
+    m_window->setWindowTitle(KVLocalizedString(QStringLiteral("IDS_WINDOW_TITLE")));
 }
 
 KVIAppDelegate::~KVIAppDelegate() {

@@ -3,6 +3,7 @@
 #include "Core/View/KVGeometry.h"
 #include "Installer/KVPopupWindow.h"
 
+#include <QApplication>
 #include <QVBoxLayout>
 
 KVIWindow::KVIWindow(QWidget *parent)
@@ -13,7 +14,8 @@ KVIWindow::KVIWindow(QWidget *parent)
     QPalette palette = this->palette();
     palette.setColor(QPalette::Window, Qt::white);
     setPalette(palette);
-    setFocusPolicy(Qt::StrongFocus);
+    // A click on the background takes the focus from the controls; Tab never stops on the window.
+    setFocusPolicy(Qt::ClickFocus);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
 }
@@ -65,12 +67,14 @@ void KVIWindow::presentNextPopup()
         if (!next.card)
             continue; // its owner deleted the card while it waited
         m_popupCompletionHandler = std::move(next.handler);
+        if (!m_focusBeforePopup)
+            m_focusBeforePopup = QApplication::focusWidget();
         m_popupWindow = new KVPopupWindow(this, next.card);
         m_popupWindow->maskView()->setDelegate(this);
         next.card->show();
         m_popupWindow->show();
         m_popupWindow->raise();
-        m_popupWindow->setFocus();
+        m_popupWindow->takeFocus();
     }
 }
 
@@ -86,4 +90,9 @@ void KVIWindow::endPopupView(QWidget *card, const QVariantMap &userInfo)
     closing->hide();
     closing->deleteLater();
     presentNextPopup();
+    if (!m_popupWindow && m_focusBeforePopup) {
+        if (m_focusBeforePopup->isVisible() && m_focusBeforePopup->isEnabled())
+            m_focusBeforePopup->setFocus(Qt::PopupFocusReason);
+        m_focusBeforePopup.clear();
+    }
 }

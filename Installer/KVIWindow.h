@@ -12,8 +12,10 @@ class KVPopupWindow;
 
 // The installer's one window: borderless and white, dragged by its background, and able to show
 // one popup card at a time over a dimmed copy of itself. Popups requested while one is shown wait
-// their turn and are served in order.
-class KVIWindow : public QWidget, public KVMaskViewDelegate {
+// their turn and are served in order. A popup takes the keyboard focus (its card's focus proxy, else
+// its first control) and gives it back when it ends.
+class KVIWindow : public QWidget, public KVMaskViewDelegate
+{
     Q_OBJECT
 public:
     // Thread: main. Receives the user info the popup was ended with.
@@ -42,7 +44,8 @@ public:
     void maskViewDidClick(KVMaskView *) override {}
 
 private:
-    struct PendingPopup {
+    struct PendingPopup
+    {
         QPointer<QWidget> card;
         PopupCompletionHandler handler;
     };
@@ -50,6 +53,8 @@ private:
     void presentNextPopup();
 
     QWidget *m_contentView = nullptr;
+    // Where the keyboard focus was when the popup came, to give it back when the popup ends.
+    QPointer<QWidget> m_focusBeforePopup;
     std::deque<PendingPopup> m_pendingPopups;
     KVPopupWindow *m_popupWindow = nullptr;
     PopupCompletionHandler m_popupCompletionHandler;

@@ -30,6 +30,7 @@ KVPopupWindow::KVPopupWindow(QWidget *installerWindow, QWidget *card)
     , m_card(card)
 {
     setFocusPolicy(Qt::StrongFocus);
+    setAccessibleName(card->accessibleName());
     m_card->setParent(this);
     m_card->raise();
     setGeometry(installerWindow->rect());
@@ -66,6 +67,31 @@ bool KVPopupWindow::eventFilter(QObject *watched, QEvent *event)
             return true;
     }
     return QWidget::eventFilter(watched, event);
+}
+
+void KVPopupWindow::takeFocus()
+{
+    if (m_card && m_card->focusProxy())
+        m_card->setFocus(Qt::PopupFocusReason);
+    else if (!focusNextPrevChild(true))
+        setFocus(Qt::PopupFocusReason);
+}
+
+bool KVPopupWindow::focusNextPrevChild(bool next)
+{
+    // The window's focus chain, walked from the focused control, keeping to the card's controls.
+    QWidget *const start =
+        QApplication::focusWidget() && isAncestorOf(QApplication::focusWidget()) ? QApplication::focusWidget() : this;
+    for (QWidget *candidate = start;;) {
+        candidate = next ? candidate->nextInFocusChain() : candidate->previousInFocusChain();
+        if (candidate == start)
+            return false;
+        if (m_card && m_card->isAncestorOf(candidate) && (candidate->focusPolicy() & Qt::TabFocus) &&
+            candidate->isVisibleTo(this) && candidate->isEnabled()) {
+            candidate->setFocus(next ? Qt::TabFocusReason : Qt::BacktabFocusReason);
+            return true;
+        }
+    }
 }
 
 void KVPopupWindow::resizeEvent(QResizeEvent *)

@@ -4,6 +4,7 @@
 #include "Installer/Controllers/KVIViewController.h"
 #include "Installer/KVCommandLine.h"
 #include "Installer/KVHeadlessDriver.h"
+#include "Installer/KVIAccessible.h"
 #include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIView.h"
 #include "Platform/KVSingleInstance.h"
@@ -35,6 +36,8 @@ int main(int argc, char *argv[])
     if (headless)
         return KVHeadlessDriver::exec(application->arguments());
 
+    // Before the first widget: Qt keeps whatever interface it found for an object.
+    KVIAccessible::install();
     KVIAppDelegate delegate;
     delegate.setContentFactory(
         [](KVIWindow *window) { return (new KVIViewController(KVUpdateHelper::sharedInstance(), window))->view(); });

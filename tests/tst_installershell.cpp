@@ -45,12 +45,6 @@ class InstallerShellTest : public QObject
 private Q_SLOTS:
     void init() { KVTestSandbox::current().reset(); }
 
-    void topRightPlacementWithoutScreen()
-    {
-        // With a screen, the launch sequence below checks the placement.
-        QCOMPARE(KVWindowPlacement::topRightOrigin(QSizeF(), QSizeF(480, 360), 0), QPointF(-504, -384));
-    }
-
     void windowOriginArguments_data()
     {
         QTest::addColumn<QStringList>("arguments");

@@ -158,25 +158,6 @@ private Q_SLOTS:
         QCOMPARE(balloon->height(), size.height() - 6); // no arrow, no room for it
     }
 
-    void balloonShowsItsFillArrowAndNoBorder()
-    {
-        auto tip = showTip(QPointF(200, 100));
-        KVToolTipWindow *balloon = tip->window();
-        const QImage image = balloon->grab().toImage();
-        const QColor fill(224, 223, 223);
-
-        // Just inside the balloon's left edge: fill, not a border.
-        QCOMPARE(image.pixelColor(8, balloon->height() / 2).name(QColor::HexArgb), fill.name(QColor::HexArgb));
-        // The arrow rises above the body's top edge (y 12 from the top) at its tip only.
-        const QPointF tipF = arrowTip(*balloon) - QPointF(balloon->geometry().topLeft());
-        const QPoint tipPoint(int(tipF.x()), int(tipF.y()));
-        QCOMPARE(image.pixelColor(tipPoint + QPoint(0, 4)), fill);
-        QVERIFY(image.pixelColor(tipPoint + QPoint(-20, 3)).alpha() < 40);
-        // The soft shadow falls below the balloon: grey, not fill.
-        const QColor shadow = image.pixelColor(balloon->width() / 2, balloon->height() - 5);
-        QVERIFY(shadow.alpha() > 0 && shadow != fill);
-    }
-
     void closingHidesAndDetaches()
     {
         auto tip = showTip(QPointF(200, 100));

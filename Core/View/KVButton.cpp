@@ -3,8 +3,10 @@
 #include "Core/Logging/KVLog.h"
 #include "Core/View/KVIFont.h"
 #include "Core/View/KVLayerEffect.h"
+#include "Core/View/KVPalette.h"
 #include "Core/View/KVToolTip.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCursor>
 #include <QKeyEvent>
@@ -13,7 +15,6 @@
 
 namespace {
 
-constexpr qreal focusRingOutset = 3.0;
 const QColor underlineColor(0, 120, 214);
 
 // How the log names a view: its class and address, like the platform's object descriptions.
@@ -50,6 +51,8 @@ void KVButton::setTitle(const QString &title)
     m_title = title;
     setNeedsDisplay();
     updateGeometry();
+    QAccessibleEvent renamed(this, QAccessible::NameChanged);
+    QAccessible::updateAccessibility(&renamed);
 }
 
 void KVButton::setImage(const KVImage &image)
@@ -71,7 +74,8 @@ void KVButton::setToolTip(const QString &toolTip)
         m_toolTipString.clear();
         return;
     }
-    if (m_toolTipString == m_title && m_toolTipString != toolTip)
+    // A text never set is not the title, even when the title is empty.
+    if (!m_toolTipString.isNull() && m_toolTipString == m_title && m_toolTipString != toolTip)
         m_toolTipString += QStringLiteral("\n%1").arg(toolTip);
     else
         m_toolTipString = toolTip;
@@ -112,8 +116,7 @@ void KVButton::setNeedsDisplay()
     updateLayer();
     m_effect->setLayerOpacity(m_dimsWhenDisabled && (m_flag & Disabled) ? 0.4 : 1.0);
     // The ring and the underline's overshoot reach outside the button.
-    const QRectF outside =
-        QRectF(rect()).adjusted(-focusRingOutset, -focusRingOutset, focusRingOutset + m_title.size(), focusRingOutset);
+    const QMarginsF outside = KVFocusRing::margins + QMarginsF(0, 0, m_title.size(), 0);
     m_effect->setOverlay(outside, [this](QPainter &painter) { paintOutside(painter); });
     update();
 }
@@ -160,6 +163,11 @@ void KVButton::setFocusRingShown(bool shown, const QColor &borderColor)
         m_focusRingBorderColor = borderColor;
 }
 
+void KVButton::showKeyboardFocus()
+{
+    setFocusRingShown((m_flag & Focused) && !(m_flag & Pressed), KVPalette::keyboardFocus);
+}
+
 void KVButton::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
@@ -184,33 +192,22 @@ void KVButton::paintEvent(QPaintEvent *)
 
 void KVButton::paintOutside(QPainter &painter) const
 {
-    painter.save();
     if (m_focusRingShown) {
-        painter.setRenderHint(QPainter::Antialiasing);
-        const QRectF ring =
-            QRectF(rect()).adjusted(-focusRingOutset, -focusRingOutset, focusRingOutset, focusRingOutset);
-        const qreal radius = std::min(ring.width(), ring.height()) / 2;
-        if (m_focusRingColor.isValid()) {
-            painter.setPen(Qt::NoPen);
-            painter.setBrush(m_focusRingColor);
-            painter.drawRoundedRect(ring, radius, radius);
-        }
-        // A layer's border of width 3 lies inside the ring's rectangle.
-        const qreal half = focusRingOutset / 2;
-        painter.setPen(QPen(m_focusRingBorderColor, focusRingOutset));
-        painter.setBrush(Qt::NoBrush);
-        painter.drawRoundedRect(ring.adjusted(half, half, -half, -half), radius - half, radius - half);
+        const QRectF bounds = rect();
+        KVFocusRing::paint(painter, bounds, std::min(bounds.width(), bounds.height()) / 2, m_focusRingBorderColor,
+                           m_focusRingColor);
     }
     if (m_underlined) {
         // One point per title character past the right edge: the overshoot is part of the look.
-        painter.setRenderHint(QPainter::Antialiasing, false);
         painter.fillRect(QRectF(0, height() - 1, width() + m_title.size(), 1), underlineColor);
     }
-    painter.restore();
 }
 
 void KVButton::mousePressEvent(QMouseEvent *event)
 {
+    // Only the primary button presses; the others pass through to the parent, as on every button.
+    if (event->button() != Qt::LeftButton)
+        return event->ignore();
     if (isEnabled()) {
         m_flag |= Pressed;
         setNeedsDisplay();
@@ -222,6 +219,8 @@ void KVButton::mousePressEvent(QMouseEvent *event)
 
 void KVButton::mouseReleaseEvent(QMouseEvent *event)
 {
+    if (event->button() != Qt::LeftButton)
+        return event->ignore();
     if (isEnabled()) {
         m_flag &= ~unsigned(Pressed);
         setNeedsDisplay();
@@ -230,7 +229,7 @@ void KVButton::mouseReleaseEvent(QMouseEvent *event)
                      describe(this));
         if (overButton) {
             m_hasPressed = true;
-            sendClicked();
+            performClick();
         }
     }
     closeToolTip();
@@ -282,9 +281,12 @@ void KVButton::focusOutEvent(QFocusEvent *event)
 
 void KVButton::keyPressEvent(QKeyEvent *event)
 {
-    // The space bar presses the focused button, as it does every platform button.
-    if (event->key() == Qt::Key_Space && !event->isAutoRepeat() && isEnabled()) {
-        sendClicked();
+    // The space bar and Return press the focused button, as they do every platform button.
+    const bool pressKey =
+        event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (pressKey && (event->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier && isEnabled()) {
+        if (!event->isAutoRepeat())
+            performClick();
         return;
     }
     QWidget::keyPressEvent(event);
@@ -319,8 +321,10 @@ bool KVButton::event(QEvent *event)
     return QWidget::event(event);
 }
 
-void KVButton::sendClicked()
+void KVButton::performClick()
 {
+    if (!isEnabled())
+        return;
     // Queued, so that the action runs after the mouse event has been handled.
     QMetaObject::invokeMethod(
         this, [this] { Q_EMIT clicked(this); }, Qt::QueuedConnection);

@@ -61,6 +61,9 @@ public:
 
     // The look of the current state: asks the kind to pick its colours and repaints.
     void setNeedsDisplay();
+    // Presses the button as a completed click does (the keyboard and assistive technology use
+    // it): clicked() fires once the current event has been handled. Nothing happens while disabled.
+    void performClick();
 
     QSize sizeHint() const override;
 
@@ -91,6 +94,8 @@ protected:
     KVLayerEffect &layerEffect() const { return *m_effect; }
     // Shows a ring of the given colour 3 points outside the capsule, or hides it.
     void setFocusRingShown(bool shown, const QColor &borderColor = {});
+    // The ring of the kinds without a focus look of their own: shown while focused, not pressed.
+    void showKeyboardFocus();
     // The menu kind keeps full opacity when disabled.
     void setDimsWhenDisabled(bool dims) { m_dimsWhenDisabled = dims; }
 
@@ -108,7 +113,6 @@ protected:
 
 private:
     void paintOutside(QPainter &painter) const;
-    void sendClicked();
 
     QString m_title;
     KVImage m_image;

@@ -1,7 +1,10 @@
 #include "Core/View/KVCheckBox.h"
 
 #include "Core/View/KVIFont.h"
+#include "Core/View/KVLayerEffect.h"
+#include "Core/View/KVPalette.h"
 
+#include <QAccessible>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -9,15 +12,22 @@
 KVCheckBox::KVCheckBox(QWidget *parent)
     : QWidget(parent)
     , m_cell(std::make_unique<KVButtonCell>())
+    , m_effect(new KVLayerEffect(this))
 {
     setFocusPolicy(Qt::TabFocus);
     setFont(KVIFont::regular14());
+    setGraphicsEffect(m_effect);
+    m_effect->setOverlay(KVFocusRing::margins, [this](QPainter &painter) { paintFocusRing(painter); });
 }
 
 void KVCheckBox::setChecked(bool checked)
 {
     m_checked = checked;
     Q_EMIT checkedChanged(checked);
+    QAccessible::State changed;
+    changed.checked = true;
+    QAccessibleStateChangeEvent event(this, changed);
+    QAccessible::updateAccessibility(&event);
     update();
 }
 
@@ -58,28 +68,54 @@ void KVCheckBox::paintEvent(QPaintEvent *)
 
 void KVCheckBox::mousePressEvent(QMouseEvent *event)
 {
+    if (event->button() != Qt::LeftButton)
+        return event->ignore();
     m_pressed = true;
     event->accept();
 }
 
 void KVCheckBox::mouseReleaseEvent(QMouseEvent *event)
 {
+    if (event->button() != Qt::LeftButton)
+        return event->ignore();
     m_pressed = false;
     // Like any platform button, the click counts only when released inside.
     if (rect().contains(event->position().toPoint()))
-        completeClick();
+        performClick();
     event->accept();
 }
 
 void KVCheckBox::keyPressEvent(QKeyEvent *event)
 {
-    if (event->key() == Qt::Key_Space && !event->isAutoRepeat())
-        completeClick();
-    else
+    if (event->key() == Qt::Key_Space && event->modifiers() == Qt::NoModifier) {
+        if (!event->isAutoRepeat())
+            performClick();
+    } else {
         QWidget::keyPressEvent(event);
+    }
 }
 
-void KVCheckBox::completeClick()
+void KVCheckBox::focusInEvent(QFocusEvent *event)
+{
+    QWidget::focusInEvent(event);
+    update();
+}
+
+void KVCheckBox::focusOutEvent(QFocusEvent *event)
+{
+    QWidget::focusOutEvent(event);
+    update();
+}
+
+void KVCheckBox::paintFocusRing(QPainter &painter) const
+{
+    if (!hasFocus())
+        return;
+    const QRectF image = m_cell->imageRectForBounds(rect(), attributedTitle(), currentImage());
+    KVFocusRing::paint(painter, image.isEmpty() ? QRectF(rect()) : image, 2.0, KVPalette::keyboardFocus);
+}
+
+void KVCheckBox::performClick()
 {
     Q_EMIT clicked();
     if (m_togglesItself)

@@ -6,8 +6,11 @@
 
 #include <memory>
 
+class KVLayerEffect;
+
 // The installer's two-state check box. It draws the artwork named for its state beside its title
-// and toggles itself on every completed click. checkedChanged() fires on every set, also when the
+// and toggles itself on every completed click (primary button) and on the space bar; a ring around
+// the box shows the keyboard focus. checkedChanged() fires on every set, also when the
 // value stays the same, so an owner can observe the state instead of wiring an action.
 class KVCheckBox : public QWidget
 {
@@ -33,6 +36,9 @@ public:
 
     // The action of a completed click: sets the opposite state.
     void onHit();
+    // What a completed click does (the space bar and assistive technology use it): clicked(),
+    // then onHit() when the box toggles itself.
+    void performClick();
     // Whether a completed click runs onHit(). An owner that decides the state itself turns this
     // off and answers clicked() instead.
     bool togglesItself() const { return m_togglesItself; }
@@ -51,11 +57,14 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void focusOutEvent(QFocusEvent *event) override;
 
 private:
     KVAttributedTitle attributedTitle() const;
     KVImage currentImage() const;
-    void completeClick();
+    // Around the box while the keyboard focus is here; it lies outside the control.
+    void paintFocusRing(QPainter &painter) const;
 
     bool m_checked = false;
     bool m_pressed = false;
@@ -64,4 +73,5 @@ private:
     QString m_unCheckedImage = QStringLiteral("IconCheckbox");
     QString m_title;
     std::unique_ptr<KVButtonCell> m_cell;
+    KVLayerEffect *m_effect;
 };

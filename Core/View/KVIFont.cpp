@@ -43,6 +43,11 @@ QString KVIFont::family()
     const QString fromEnvironment = qEnvironmentVariable("NESTORA_UI_FONT");
     if (!fromEnvironment.isEmpty())
         return fromEnvironment;
+    // The table needs a regular, a medium and a bold face. Desktop UI fonts often lack the medium
+    // one (it then falls back to regular), so the installer's own face comes first where installed.
+    static const QString pinned = QStringLiteral("Inter");
+    if (QFontDatabase::hasFamily(pinned))
+        return pinned;
     return QFontDatabase::systemFont(QFontDatabase::GeneralFont).family();
 }
 

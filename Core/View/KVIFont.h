@@ -31,7 +31,8 @@ public:
     static QFont sfBoldFontWithSize(double size);
 
     // The face used for every font: the override when one is set, else the environment variable
-    // NESTORA_UI_FONT when set, else the platform's general UI font.
+    // NESTORA_UI_FONT when set, else Inter (it has every weight of the table; the set-up script
+    // installs it), else the platform's general UI font.
     static QString family();
     // Pins the face for the whole application; an empty name returns to the default.
     static void setFamilyOverride(const QString &family);

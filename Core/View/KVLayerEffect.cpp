@@ -1,7 +1,5 @@
 #include "Core/View/KVLayerEffect.h"
 
-#include "Core/View/KVGeometry.h"
-
 #include <QGraphicsDropShadowEffect>
 #include <QGraphicsPixmapItem>
 #include <QGraphicsScene>
@@ -33,40 +31,46 @@ void KVLayerEffect::setLayerShadow(QPointF offset, qreal radius, const QColor &c
 {
     QColor shadow = color;
     shadow.setAlphaF(float(color.alphaF() * opacity));
-    const QPointF qtOffset = KVGeometry::flippedOffset(offset);
-    if (qtOffset == m_shadowOffset && qFuzzyCompare(radius, m_shadowRadius) && shadow == m_shadowColor)
+    if (offset == m_shadowOffset && qFuzzyCompare(radius, m_shadowRadius) && shadow == m_shadowColor)
         return;
-    m_shadowOffset = qtOffset;
+    m_shadowOffset = offset;
     m_shadowRadius = radius;
     m_shadowColor = shadow;
     updateBoundingRect();
     update();
 }
 
-void KVLayerEffect::setOverlay(const QRectF &extent, Overlay overlay)
+void KVLayerEffect::setOverlay(const QMarginsF &outside, Overlay overlay)
 {
-    m_overlayExtent = extent;
+    const bool extentChanged = outside != m_overlayOutside || bool(overlay) != bool(m_overlay);
+    m_overlayOutside = outside;
     m_overlay = std::move(overlay);
-    updateBoundingRect();
+    // A new extent repaints the whole parent (Qt cannot tell what the old one covered); the same
+    // extent repaints only the area the effect covers.
+    if (extentChanged)
+        updateBoundingRect();
     update();
 }
 
 QRectF KVLayerEffect::boundingRectFor(const QRectF &rect) const
 {
+    // Qt asks with the view's rectangle in its parent's coordinates as well as in the view's own,
+    // so everything is added relative to `rect`.
     QRectF bounds = rect;
     if (m_shadowColor.alpha() > 0) {
         const qreal blur = blurRadiusForShadowRadius(m_shadowRadius);
         bounds |= rect.translated(m_shadowOffset).adjusted(-blur, -blur, blur, blur);
     }
     if (m_overlay)
-        bounds |= m_overlayExtent;
+        bounds |= rect.marginsAdded(m_overlayOutside);
     return bounds;
 }
 
 void KVLayerEffect::draw(QPainter *painter)
 {
+    // Logical coordinates: the view's own, whatever its place in the parent and the screen's scale.
     QPoint offset;
-    const QPixmap source = sourcePixmap(Qt::DeviceCoordinates, &offset, PadToEffectiveBoundingRect);
+    const QPixmap source = sourcePixmap(Qt::LogicalCoordinates, &offset, PadToEffectiveBoundingRect);
     if (source.isNull())
         return;
     const qreal scale = source.devicePixelRatio();
@@ -76,20 +80,40 @@ void KVLayerEffect::draw(QPainter *painter)
         layer = KVShadow::withShadow(layer, m_shadowOffset * scale, m_shadowRadius * scale, m_shadowColor);
     if (m_overlay) {
         QPainter overlay(&layer);
-        overlay.setTransform(painter->deviceTransform() * QTransform::fromTranslate(-offset.x(), -offset.y()));
+        overlay.scale(scale, scale);
+        overlay.translate(-offset);
         m_overlay(overlay);
     }
     layer.setDevicePixelRatio(scale);
 
-    // Like Qt's own effects: the group is drawn in device coordinates, so it is not scaled again.
-    const QTransform restore = painter->worldTransform();
     const qreal opacity = painter->opacity();
-    painter->setWorldTransform(QTransform());
     painter->setOpacity(opacity * m_opacity);
     painter->drawImage(offset, layer);
     painter->setOpacity(opacity);
-    painter->setWorldTransform(restore);
 }
+
+namespace KVFocusRing {
+
+void paint(QPainter &painter, const QRectF &controlRect, qreal controlCornerRadius, const QColor &border,
+           const QColor &fill)
+{
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRectF ring = controlRect.marginsAdded(margins);
+    const qreal radius = controlCornerRadius + outset;
+    if (fill.isValid()) {
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(fill);
+        painter.drawRoundedRect(ring, radius, radius);
+    }
+    const qreal half = outset / 2;
+    painter.setPen(QPen(border, outset));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(ring.adjusted(half, half, -half, -half), radius - half, radius - half);
+    painter.restore();
+}
+
+} // namespace KVFocusRing
 
 namespace KVShadow {
 

@@ -17,5 +17,7 @@ inline const QColor pressedBlue = rgb(0, 88, 156);
 inline const QColor hoveredBlue = rgb(26, 153, 253);
 inline const QColor textGrey = rgb(74, 74, 74);
 inline const QColor disabledGrey = rgb(155, 155, 155);
+// The ring around the focused control of a kind that has no focus look of its own.
+inline const QColor keyboardFocus = rgb(9, 149, 238, 0.6);
 
 } // namespace KVPalette

@@ -23,6 +23,7 @@ void KVLinkButton::updateLayer()
     setAttributedTitleWithColor(textColor(), flag() & Hovered);
     layer().fill = flag() & (Hovered | Active) ? QColor(Qt::transparent) : QColor();
     layer().border = Qt::transparent;
+    showKeyboardFocus();
 }
 
 KVIconButton::KVIconButton(QWidget *parent)
@@ -76,6 +77,7 @@ void KVIconButton::updateLayer()
         KVLogVerbose("Activity cell button active");
     }
     layer().border = Qt::transparent;
+    showKeyboardFocus();
 }
 
 KVMenuButton::KVMenuButton(QWidget *parent)
@@ -112,6 +114,7 @@ void KVMenuButton::updateLayer()
     }
     layer().fill = fill;
     layer().border = Qt::transparent;
+    showKeyboardFocus();
 }
 
 void KVMenuButton::drawContent(QPainter &painter)

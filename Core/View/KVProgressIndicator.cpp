@@ -4,6 +4,7 @@
 #include "Core/View/KVGeometry.h"
 #include "Core/View/KVPalette.h"
 
+#include <QAccessible>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
@@ -45,6 +46,8 @@ KVProgressIndicator::~KVProgressIndicator()
 void KVProgressIndicator::setDoubleValue(double value)
 {
     m_value = value;
+    QAccessibleValueChangeEvent changed(this, value);
+    QAccessible::updateAccessibility(&changed);
     update();
 }
 

@@ -19,12 +19,13 @@ std::unique_ptr<QTextDocument> makeDocument(const QString &string, const KVTextA
     QTextOption option(attributes.alignment);
     option.setWrapMode(attributes.wordWrap ? QTextOption::WrapAtWordBoundaryOrAnywhere : QTextOption::NoWrap);
     document->setDefaultTextOption(option);
+    // Setting the text resets the root frame's format, so the padding comes after it.
+    document->setPlainText(string);
     document->setDocumentMargin(0.0);
     QTextFrameFormat frame = document->rootFrame()->frameFormat();
     frame.setLeftMargin(horizontalPadding);
     frame.setRightMargin(horizontalPadding);
     document->rootFrame()->setFrameFormat(frame);
-    document->setPlainText(string);
 
     QTextCursor everything(document.get());
     everything.select(QTextCursor::Document);

@@ -1,5 +1,6 @@
 #include "Core/View/KVTextView.h"
 
+#include <QAccessible>
 #include <QPainter>
 #include <QTextDocument>
 
@@ -13,8 +14,13 @@ KVTextView::~KVTextView() = default;
 
 void KVTextView::setString(const QString &string)
 {
+    if (string == m_string)
+        return;
     m_string = string;
     relayout();
+    // The text is the view's accessible name: a screen reader speaks a changed status text.
+    QAccessibleEvent changed(this, QAccessible::NameChanged);
+    QAccessible::updateAccessibility(&changed);
 }
 
 void KVTextView::setAttributes(const KVTextAttributes &attributes)

@@ -21,6 +21,9 @@ public:
     void setString(const QString &string);
     const KVTextAttributes &attributes() const { return m_attributes; }
     void setAttributes(const KVTextAttributes &attributes);
+    // A status text tells what the screen is doing; assistive technology announces each new text.
+    bool isStatus() const { return m_isStatus; }
+    void setStatus(bool isStatus) { m_isStatus = isStatus; }
 
 protected:
     // The laid-out text that is drawn; decorateDocument() has already run on it.
@@ -34,8 +37,8 @@ protected:
     void resizeEvent(QResizeEvent *event) override;
 
 private:
-
     QString m_string;
     KVTextAttributes m_attributes;
+    bool m_isStatus = false;
     std::unique_ptr<QTextDocument> m_document;
 };

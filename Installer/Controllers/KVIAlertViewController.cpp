@@ -10,6 +10,7 @@
 
 #include <QEvent>
 #include <QFontMetricsF>
+#include <QKeyEvent>
 #include <QLabel>
 
 namespace {
@@ -92,6 +93,16 @@ KVIAlertViewController::KVIAlertViewController(KVIWindow *window, const QString 
     m_alternateButton->setTitle(m_alternateButtonText);
     m_alternateButton->setVisible(!m_alternateButtonText.isNull());
 
+    // The keyboard: the default button takes the focus, Tab goes in reading order (the check box, then
+    // the buttons from left to right), Return and Escape choose the default answer, which in every
+    // dialog of the installer is the one that changes nothing.
+    m_view->setFocusProxy(m_defaultButton);
+    QWidget::setTabOrder(m_additionalCheckbox, m_alternateButton);
+    QWidget::setTabOrder(m_alternateButton, m_defaultButton);
+    for (QWidget *control : {m_defaultButton, m_alternateButton, m_additionalCheckbox})
+        control->installEventFilter(this);
+    m_view->setAccessibleName(m_messageText.isNull() ? m_informativeText : m_messageText);
+
     connect(m_defaultButton, &KVButton::clicked, this, &KVIAlertViewController::defaultButtonDidClick);
     connect(m_alternateButton, &KVButton::clicked, this, &KVIAlertViewController::alternateButtonDidClick);
     connect(m_additionalCheckbox, &KVButton::clicked, this, &KVIAlertViewController::additionalCheckboxDidClick);
@@ -108,6 +119,16 @@ bool KVIAlertViewController::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_view && event->type() == QEvent::Show)
         layoutView();
+    if (event->type() == QEvent::ShortcutOverride || event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent *>(event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Escape) {
+            // Claimed before any shortcut of the window below (its Escape opens dialogs).
+            event->accept();
+            if (event->type() == QEvent::KeyPress)
+                m_defaultButton->performClick();
+            return true;
+        }
+    }
     return QObject::eventFilter(watched, event);
 }
 

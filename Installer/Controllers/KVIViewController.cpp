@@ -26,7 +26,9 @@
 #include <QDesktopServices>
 #include <QEvent>
 #include <QFontMetricsF>
+#include <QKeyEvent>
 #include <QScrollArea>
+#include <QShortcut>
 #include <QTimer>
 
 #include <cmath>
@@ -61,6 +63,7 @@ QScrollArea *makeScrollView(QWidget *content, QWidget *parent)
 {
     auto *scrollView = new QScrollArea(parent);
     scrollView->setFrameShape(QFrame::NoFrame);
+    scrollView->setFocusPolicy(Qt::NoFocus); // the text inside takes the focus where it has links
     scrollView->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scrollView->setWidgetResizable(false);
     QPalette palette = scrollView->palette();
@@ -176,6 +179,14 @@ void KVIViewController::buildInterface()
     connect(m_minimizeButton, &KVButton::clicked, this, &KVIViewController::minimizeButtonDidClick);
     connect(m_licenseTextView, &KVILinkTextView::clickedOnLink, this,
             [this](const QUrl &link, int characterIndex) { textView(m_licenseTextView, link, characterIndex); });
+
+    // Escape asks whether to leave, as the close button does before the end.
+    auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), m_view);
+    connect(escape, &QShortcut::activated, this, [this] {
+        if (!m_alert)
+            showWarningDialog();
+    });
+    m_infoTextView->setStatus(true);
 }
 
 void KVIViewController::viewDidLoad()
@@ -190,6 +201,8 @@ void KVIViewController::viewDidLoad()
     m_closeButton->setDefaultImage(KVImage::named(QStringLiteral("installer_window_close")));
     m_closeButton->setHoveredImage(KVImage::named(QStringLiteral("installer_window_close hover")));
     m_closeButton->setPressedImage(KVImage::named(QStringLiteral("installer_window_close pressed")));
+    m_minimizeButton->setAccessibleName(KVLocalizedString(QStringLiteral("IDS_MINIMIZE")));
+    m_closeButton->setAccessibleName(KVLocalizedString(QStringLiteral("IDS_CLOSE")));
 
     m_infoScrollView->hide();
     m_infoTextView->setFont(KVIFont::regular14());
@@ -209,6 +222,15 @@ bool KVIViewController::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_view && event->type() == QEvent::Resize)
         viewDidLayout();
+    // Return that no control used presses Continue, the screen's default button, once it can act.
+    if (watched == m_view && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent *>(event)->key();
+        if ((key == Qt::Key_Return || key == Qt::Key_Enter) && m_continueButton->isVisible() &&
+            m_continueButton->isEnabled()) {
+            m_continueButton->performClick();
+            return true;
+        }
+    }
     return QObject::eventFilter(watched, event);
 }
 
@@ -357,6 +379,13 @@ void KVIViewController::showEULA()
     m_licenseTextView->setLinkColor(kLinkBlue);
     m_licenseTextView->setString(text);
     m_licenseTextView->setLinks(links);
+    // The keyboard meets the controls in reading order: the window's own buttons at the top, then
+    // the licence (box and links), then the button row. Set once the links exist: Qt leaves a view
+    // that takes no focus out of the order.
+    const QList<QWidget *> readingOrder{m_minimizeButton,  m_closeButton,  m_licenseAgreementCheckbox,
+                                        m_licenseTextView, m_cancelButton, m_continueButton};
+    for (qsizetype i = 1; i < readingOrder.size(); ++i)
+        QWidget::setTabOrder(readingOrder[i - 1], readingOrder[i]);
 
     QRectF scrollFrame = frameOf(m_licenseScrollView);
     const double textHeight = KVTextMeasure::heightWithString(text, font, scrollFrame.width());
@@ -372,7 +401,9 @@ void KVIViewController::showEULA()
     checkboxFrame.moveTop(scrollFrame.y() + textHeight - 2 - checkboxFrame.height());
     setFrame(m_licenseAgreementCheckbox, checkboxFrame);
 
-    m_continueButton->setFocus();
+    // The first control of the step takes the focus; Continue cannot, while it is disabled.
+    m_licenseAgreementCheckbox->setAccessibleName(text);
+    m_licenseAgreementCheckbox->setFocus(Qt::OtherFocusReason);
 }
 
 void KVIViewController::licenseAgreementCheckboxDidChange()

@@ -83,5 +83,17 @@
         <source>IDS_CANCEL</source>
         <translation>Beenden</translation>
     </message>
+    <message>
+        <source>IDS_WINDOW_TITLE</source>
+        <translation>Nestora-Installationsprogramm</translation>
+    </message>
+    <message>
+        <source>IDS_MINIMIZE</source>
+        <translation>Minimieren</translation>
+    </message>
+    <message>
+        <source>IDS_CLOSE</source>
+        <translation>Schließen</translation>
+    </message>
 </context>
 </TS>

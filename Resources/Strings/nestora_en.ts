@@ -83,5 +83,17 @@
         <source>IDS_CANCEL</source>
         <translation>Quit</translation>
     </message>
+    <message>
+        <source>IDS_WINDOW_TITLE</source>
+        <translation>Nestora Installer</translation>
+    </message>
+    <message>
+        <source>IDS_MINIMIZE</source>
+        <translation>Minimize</translation>
+    </message>
+    <message>
+        <source>IDS_CLOSE</source>
+        <translation>Close</translation>
+    </message>
 </context>
 </TS>
