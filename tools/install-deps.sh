@@ -11,6 +11,7 @@ packages=(
   unzip zip python3 nginx-light xvfb xauth pkexec procps ccache curl time
   fonts-inter fontconfig
   xdotool x11-utils imagemagick
+  at-spi2-core python3-pyatspi gir1.2-atspi-2.0 dbus-x11
 )
 
 missing=()
