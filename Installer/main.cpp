@@ -1,3 +1,4 @@
+#include "App/Model/KVInstallerRelaunch.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Logging/KVLog.h"
@@ -7,6 +8,7 @@
 #include "Installer/KVIAccessible.h"
 #include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIView.h"
+#include "Platform/KVBundle.h"
 #include "Platform/KVSingleInstance.h"
 
 #include <QApplication>
@@ -33,6 +35,8 @@ int main(int argc, char *argv[])
     const bool relaunched = application->arguments().contains(QStringLiteral("-KVWindowOrigin"));
     if (!singleInstance.becomePrimaryOrActivateOther(relaunched ? std::chrono::seconds(10) : std::chrono::seconds(0)))
         return headless ? KVHeadlessDriver::refuseSecondInstance() : 0;
+    // This installer runs: a self-update that relaunched it needs its predecessor no longer.
+    KVInstallerRelaunch::confirm(KVBundle::mainBundle().bundlePath());
     if (headless)
         return KVHeadlessDriver::exec(application->arguments());
 

@@ -169,6 +169,11 @@ KVError replaceItem(const QString &destination, const QString &newItem)
     return {};
 }
 
+KVError exchangeItems(const QString &first, const QString &second)
+{
+    return renameItem(first, second, RENAME_EXCHANGE) ? KVError() : KVError::fromErrno(errno, second);
+}
+
 KVError moveItem(const QString &source, const QString &destination)
 {
     if (renameItem(source, destination, RENAME_NOREPLACE))

@@ -16,6 +16,9 @@ namespace KVFileOperations {
 // destination is left as it was.
 [[nodiscard]] KVError replaceItem(const QString &destination, const QString &newItem);
 
+// Swaps two items of one file system in a single step, so that neither name is ever missing.
+[[nodiscard]] KVError exchangeItems(const QString &first, const QString &second);
+
 // Moves source to destination, which must not exist yet. Across file systems the item is copied
 // to a hidden sibling of the destination first and renamed into place when complete.
 [[nodiscard]] KVError moveItem(const QString &source, const QString &destination);

@@ -30,7 +30,10 @@ ToolRun runUnzip(const QString &archivePath, const QStringList &arguments)
     unzip.start(kUnzipTool, arguments);
     const bool ran = unzip.waitForFinished(-1) && unzip.exitStatus() == QProcess::NormalExit;
     ToolRun run{{}, unzip.readAllStandardOutput()};
-    const QString diagnostics = QString::fromLocal8Bit(unzip.readAllStandardError()).trimmed();
+    // Most complaints go to the error output; a few ("Empty zipfile.") only to the listing.
+    QString diagnostics = QString::fromLocal8Bit(unzip.readAllStandardError()).trimmed();
+    if (diagnostics.isEmpty())
+        diagnostics = QString::fromLocal8Bit(run.output.left(200)).trimmed();
     if (!ran) {
         run.error = KVError(
             KVCocoaErrorDomain, KVFileReadUnknownError,

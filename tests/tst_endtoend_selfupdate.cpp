@@ -1,6 +1,7 @@
 // The installer updates itself end to end: a copy of the built installer finds a newer build of
 // itself on a real nginx, swaps it in over its own bundle, and the relaunched new build, headless
-// again, goes on to install the companion application.
+// again, goes on to install the companion application. A bad build never costs the working
+// installer: it is refused before the swap, or put back when the relaunched build does not run.
 
 #include "Installer/KVHeadlessDriver.h"
 #include "KVTestCompanion.h"
@@ -11,6 +12,7 @@
 #include "KVTestUpdateServer.h"
 
 #include <QDirIterator>
+#include <QTemporaryDir>
 
 #include <memory>
 
@@ -18,6 +20,27 @@ using namespace KVTestInstallation;
 
 namespace {
 const QString kNewVersion = QStringLiteral("1.1.0");
+
+// What is wrong with the published installer build.
+enum class BadBuild { Damaged, Crashes, NotExecutable, WrongVersion, Empty, FailsAfterVersion };
+
+// The served installer archive, unpacked, changed by the callback and packed again.
+bool rebuildInstallerArchive(const QString &archive, const std::function<bool(const QString &bundle)> &change)
+{
+    QTemporaryDir folder;
+    QProcess unzip;
+    unzip.start(QStringLiteral("unzip"), {QStringLiteral("-q"), archive, QStringLiteral("-d"), folder.path()});
+    const QString bundle = folder.filePath(QStringLiteral("NestoraInstaller.app"));
+    return unzip.waitForFinished(60000) && unzip.exitCode() == 0 && change(bundle) &&
+           KVTestUpdateServer::zipFolder(archive, bundle);
+}
+
+bool writeProgram(const QString &bundle, const QByteArray &script)
+{
+    const QString program = bundle + QStringLiteral("/Contents/MacOS/NestoraInstaller");
+    return KVTestFiles::writeFile(program, script) &&
+           QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
 
 // Everything the installers of the sandbox logged, in every log file.
 QString installerLog()
@@ -30,6 +53,8 @@ QString installerLog()
 }
 } // namespace
 
+Q_DECLARE_METATYPE(BadBuild)
+
 class EndToEndSelfUpdateTest : public QObject
 {
     Q_OBJECT
@@ -40,7 +65,8 @@ private Q_SLOTS:
     void cleanup();
 
     void relaunchesAtNewVersion();
-    void damagedInstallerLeavesBundle();
+    void badBuildKeepsWorkingInstaller_data();
+    void badBuildKeepsWorkingInstaller();
 
 private:
     void startServer();
@@ -115,26 +141,92 @@ void EndToEndSelfUpdateTest::relaunchesAtNewVersion()
     QCOMPARE(history().value(QStringLiteral("Smart_Cards")), QVariant(KVTestUpdateServer::releaseSmartCards));
 }
 
-void EndToEndSelfUpdateTest::damagedInstallerLeavesBundle()
+void EndToEndSelfUpdateTest::badBuildKeepsWorkingInstaller_data()
 {
-    startServer();
+    QTest::addColumn<BadBuild>("build");
+    QTest::addColumn<QString>("problem"); // empty: the build passes its checks and is swapped in
+
+    const QString invalid = QStringLiteral("update failed: the archive is not a valid NestoraInstaller.app: ");
+    QTest::newRow("damaged download") << BadBuild::Damaged << "update failed: a downloaded file is damaged";
+    QTest::newRow("crashes at start") << BadBuild::Crashes << invalid + "its program crashes when it starts";
+    QTest::newRow("not executable") << BadBuild::NotExecutable
+                                    << invalid + "Contents/MacOS/NestoraInstaller is not an executable file";
+    QTest::newRow("wrong version inside")
+        << BadBuild::WrongVersion << invalid + "it is version \u201c1.0.9\u201d, not \u201c1.1.0\u201d as published";
+    QTest::newRow("empty") << BadBuild::Empty
+                           << "update failed: The archive could not be read (unzip exit status 1): Empty zipfile.";
+    QTest::newRow("fails after telling its version") << BadBuild::FailsAfterVersion << QString();
+}
+
+void EndToEndSelfUpdateTest::badBuildKeepsWorkingInstaller()
+{
+    QFETCH(BadBuild, build);
+    QFETCH(QString, problem);
+
     const QString archive = m_server->servedPath(KVTestUpdateServer::installerFile(kNewVersion));
-    QByteArray damaged = KVTestFiles::readFile(archive);
-    damaged[damaged.size() / 2] = char(damaged.at(damaged.size() / 2) ^ 0xff);
-    QVERIFY(KVTestFiles::writeFile(archive, damaged));
+    switch (build) {
+    case BadBuild::Damaged:
+        break; // after publishing
+    case BadBuild::Crashes:
+        QVERIFY(rebuildInstallerArchive(
+            archive, [](const QString &bundle) { return writeProgram(bundle, "#!/bin/sh\nkill -SEGV $$\n"); }));
+        break;
+    case BadBuild::NotExecutable:
+        QVERIFY(rebuildInstallerArchive(archive, [](const QString &bundle) {
+            return QFile::setPermissions(bundle + QStringLiteral("/Contents/MacOS/NestoraInstaller"),
+                                         QFile::ReadOwner | QFile::WriteOwner);
+        }));
+        break;
+    case BadBuild::WrongVersion:
+        QVERIFY(rebuildInstallerArchive(archive, [](const QString &bundle) {
+            return KVTestUpdateServer::copyBundle(KVTestInstaller::builtBundlePath(), bundle, QStringLiteral("1.0.9"));
+        }));
+        break;
+    case BadBuild::Empty:
+        QVERIFY(KVTestFiles::writeFile(archive, QByteArray("PK\x05\x06", 4) + QByteArray(18, '\0')));
+        break;
+    case BadBuild::FailsAfterVersion:
+        QVERIFY(rebuildInstallerArchive(archive, [](const QString &bundle) {
+            return writeProgram(bundle, "#!/bin/sh\n[ \"$1\" = --version ] && echo 1.1.0 || exit 1\n");
+        }));
+        break;
+    }
+    startServer();
+    if (build == BadBuild::Damaged) {
+        QByteArray damaged = KVTestFiles::readFile(archive);
+        damaged[damaged.size() / 2] = char(damaged.at(damaged.size() / 2) ^ 0xff);
+        QVERIFY(KVTestFiles::writeFile(archive, damaged));
+    }
     const QMap<QString, QByteArray> bundle = snapshot(m_installer.bundlePath());
+    const auto manifestFetches = [this] { return m_server->requestedPaths().count(QStringLiteral("/manifest.ini")); };
 
     const KVTestInstaller::Outcome outcome = m_installer.run();
     QVERIFY(outcome.finished);
-    QCOMPARE(outcome.exitStatus, int(KVHeadlessDriver::Failed));
-    QVERIFY2(outcome.errors.contains("NestoraInstaller: update failed: a downloaded file is damaged"),
-             qPrintable(outcome.errors));
+    if (problem.isEmpty()) {
+        // Swapped in and relaunched, it does not run: the old installer is put back, started, and
+        // goes on without the build it already tried.
+        QVERIFY2(outcome.exitStatus == KVHeadlessDriver::Succeeded, qPrintable(outcome.errors));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_companion->starts().isEmpty(), 120000);
+    } else {
+        QCOMPARE(outcome.exitStatus, int(KVHeadlessDriver::Failed));
+        QVERIFY2(outcome.errors.contains("NestoraInstaller: " + problem), qPrintable(outcome.errors));
+        QVERIFY(snapshot(m_installer.bundlePath()) == bundle);
+        QVERIFY(!QFileInfo::exists(applicationPath()));
+        // The old installer runs again. A build found bad once it was downloaded whole is never
+        // tried again, so the run goes on to the application; a damaged download is fetched anew.
+        const KVTestInstaller::Outcome again = m_installer.run();
+        QVERIFY(again.finished);
+        QCOMPARE(again.exitStatus,
+                 int(build == BadBuild::Damaged ? KVHeadlessDriver::Failed : KVHeadlessDriver::Succeeded));
+    }
+    QCOMPARE(manifestFetches(), 2);
     QVERIFY(snapshot(m_installer.bundlePath()) == bundle);
-    // Nothing past the installer was fetched, installed or launched.
-    QCOMPARE(m_server->requestedPaths(), QStringList({"/manifest.ini", "/NestoraInstaller-1.1.0.zip"}));
-    QVERIFY(!QFileInfo::exists(applicationPath()));
-    m_server.reset();
-    QCOMPARE(m_companion->settledStarts().value_or(QList<KVTestCompanion::Start>{{}}).size(), 0);
+    QCOMPARE(QDir(m_installer.bundlePath() + QStringLiteral("/.."))
+                 .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList{"NestoraInstaller.app"});
+    if (build != BadBuild::Damaged)
+        QCOMPARE(snapshot(applicationPath()).value(KVTestUpdateServer::releaseMarker),
+                 KVTestUpdateServer::releaseApplication.toUtf8());
 }
 
 NESTORA_TEST_MAIN(EndToEndSelfUpdateTest)

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QProcess>
 #include <QStorageInfo>
 
 namespace {
@@ -124,5 +125,34 @@ KVError KVArchiveCheck::checkBundle(const QStringList &items) const
     if (executable.contains(QLatin1Char('/')) || program.isSymLink() || !program.isFile() || !program.isExecutable())
         return invalidBundle(m_bundleName,
                              QStringLiteral("Contents/MacOS/%1 is not an executable file").arg(executable));
+    return {};
+}
+
+KVError KVArchiveCheck::checkReportedVersion(const QString &bundlePath, const QString &version) const
+{
+    const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(bundlePath);
+    const QString program = bundle ? bundle->executablePath() : QString();
+    QProcess probe;
+    probe.setStandardInputFile(QProcess::nullDevice());
+    probe.start(program, {QStringLiteral("--version")});
+    if (!probe.waitForFinished(versionTimeoutSeconds * 1000)) {
+        const QString reason = probe.error() == QProcess::Timedout
+                                   ? QStringLiteral("no answer within %1 seconds").arg(versionTimeoutSeconds)
+                                   : probe.errorString();
+        probe.kill();
+        probe.waitForFinished();
+        return invalidBundle(m_bundleName, QStringLiteral("its program does not run (%1)").arg(reason));
+    }
+    if (probe.exitStatus() != QProcess::NormalExit || probe.exitCode() != 0)
+        return invalidBundle(
+            m_bundleName, probe.exitStatus() == QProcess::CrashExit
+                              ? QStringLiteral("its program crashes when it starts")
+                              : QStringLiteral("its program ends with status %1 when it starts").arg(probe.exitCode()));
+    const QString reported =
+        QString::fromUtf8(probe.readAllStandardOutput()).section(QLatin1Char('\n'), 0, 0).trimmed();
+    if (reported != version)
+        return invalidBundle(
+            m_bundleName,
+            QStringLiteral("it is version \u201c%1\u201d, not \u201c%2\u201d as published").arg(reported, version));
     return {};
 }

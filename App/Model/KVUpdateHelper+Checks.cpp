@@ -1,3 +1,4 @@
+#include "App/Model/KVInstallerRelaunch.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVVersionComparison.h"
 #include "Core/Logging/KVLog.h"
@@ -108,8 +109,17 @@ KVINISectionPtr KVUpdateHelper::checkInstallerUpdate() {
             return nullptr;
         }
     }
-    return compareVersion(installedVersion, releaseVersion(target->name())) == KVOrderedAscending ? target
-                                                                                                  : nullptr;
+    if (compareVersion(installedVersion, releaseVersion(target->name())) != KVOrderedAscending)
+        return nullptr;
+    // A build once swapped in (or found broken) that is still newer than this installer was
+    // published under the wrong version: updating to it again would never end.
+    if (KVInstallerRelaunch::wasTried(releaseVersion(target->name()))) {
+        KVLogError("%@: the installer %@ was installed once already, yet this installer is %@: the publication is "
+                   "mislabelled or broken; going on without it",
+                   kClassName, target->name(), installedVersion);
+        return nullptr;
+    }
+    return target;
 }
 
 KVINISectionPtr KVUpdateHelper::checkAppUpdate() {

@@ -1,4 +1,5 @@
 #include "App/Model/KVArchiveCheck.h"
+#include "App/Model/KVInstallerRelaunch.h"
 #include "App/Model/KVPrivilegeHelper.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVShellQuoting.h"
@@ -177,10 +178,18 @@ bool KVUpdateHelper::deployInstaller(const QString &newBundle, const QString &ru
         return true;
     }
 
-    outcome = KVFileOperations::replaceItem(runningBundle, temporaryPath);
-    if (outcome)
+    // One step swaps the two, so the installer's place is never empty; the old bundle, now at the
+    // temporary path, waits beside the new one until the relaunched installer confirms that it runs.
+    outcome = KVFileOperations::exchangeItems(temporaryPath, runningBundle);
+    if (outcome) {
         KVLogError("Failed to replaceItemAtPath:%@ withItemAtPath:%@ with error:%@", runningBundle, temporaryPath,
                    outcome);
+    } else {
+        const QString previous = KVInstallerRelaunch::previousBundlePath(runningBundle);
+        [[maybe_unused]] const KVError stale = KVFileOperations::removeItem(previous);
+        if (const KVError keepError = KVFileOperations::moveItem(temporaryPath, previous))
+            KVLogError("Failed to keep the previous installer at %@ with error:%@", previous, keepError);
+    }
 
     if (KVFileOperations::itemExists(temporaryPath)) {
         if (const KVError removeError = KVFileOperations::removeItem(temporaryPath))

@@ -1,3 +1,4 @@
+#include "App/Model/KVInstallerRelaunch.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVNumberText.h"
 #include "Core/Extensions/KVWindowPlacement.h"
@@ -66,15 +67,25 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
         }
 
         const QString target = installerTargetPath(true);
+        // Read before the swap: once the old bundle is back in place, this is its program.
+        const QString previousProgram =
+            target + QStringLiteral("/Contents/MacOS/") + QFileInfo(KVBundle::mainBundle().executablePath()).fileName();
         if (!error) {
+            // Downloaded whole: whatever this build turns out to be, it is not installed over this
+            // installer a second time.
+            const QString version = section->name().section(QLatin1Char('_'), -1);
+            KVInstallerRelaunch::recordTried(version);
             KVDispatch::syncMain([&] { report(0.7f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
             KVError unzipError;
-            // The new build must be this installer's bundle, whole, before it may replace this one.
-            const std::optional<QStringList> items = unzip(
-                downloadPath, &unzipError, KVArchiveCheck(QFileInfo(target).fileName(), KVInstallerBundleIdentifier));
+            // The new build must be this installer's bundle, whole, and must run, before it may
+            // replace this one.
+            const KVArchiveCheck expectedBundle(QFileInfo(target).fileName(), KVInstallerBundleIdentifier);
+            const std::optional<QStringList> items = unzip(downloadPath, &unzipError, expectedBundle);
             if (unzipError) {
                 error = unzipError;
                 KVLogError("Failed to unzip %@ with error:%@", downloadPath, unzipError);
+            } else if ((error = expectedBundle.checkReportedVersion(items->first(), version))) {
+                KVLogError("%@: the new installer %@ does not run: %@", kClassName, items->first(), error);
             } else {
                 KVDispatch::syncMain(
                     [&] { report(0.9f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });
@@ -82,6 +93,8 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
                 if (error)
                     KVLogError("Failed to deployInstaller %@ to %@ with error:%@", *items, target, error);
             }
+            if (items) // the extraction folder, emptied by the swap or holding a build that failed
+                (void)KVFileOperations::removeItem(QFileInfo(items->first()).absolutePath());
         }
 
         setUpdating(false);
@@ -92,12 +105,14 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
             if (error)
                 KVLogError("%@ failed to update installer with error %@", kClassName, error);
         });
-        if (!error)
+        if (!error) {
+            KVInstallerRelaunch::watch(target, previousProgram, relaunchArguments());
             launchInstaller();
+        }
     });
 }
 
-void KVUpdateHelper::launchInstaller()
+QStringList KVUpdateHelper::relaunchArguments()
 {
     QSizeF windowSize;
     QSizeF screenSize;
@@ -108,10 +123,14 @@ void KVUpdateHelper::launchInstaller()
         menuBarHeight = m_host.menuBarHeight ? m_host.menuBarHeight() : 0;
     });
     const QPointF origin = KVWindowPlacement::topRightOrigin(screenSize, windowSize, menuBarHeight);
-    const QStringList arguments = QStringList{QStringLiteral("-KVWindowOrigin"), KVNumberText(float(origin.x())),
-                                              KVNumberText(float(origin.y()))} +
-                                  m_host.relaunchArguments;
-    launchWithBundlePath(installerTargetPath(false), arguments, 0);
+    return QStringList{QStringLiteral("-KVWindowOrigin"), KVNumberText(float(origin.x())),
+                       KVNumberText(float(origin.y()))} +
+           m_host.relaunchArguments;
+}
+
+void KVUpdateHelper::launchInstaller()
+{
+    launchWithBundlePath(installerTargetPath(false), relaunchArguments(), 0);
     KVDispatch::syncMain([&] {
         if (m_host.terminate)
             m_host.terminate();

@@ -122,7 +122,8 @@ public:
     static bool deploy(const QStringList &items, const QString &destination, KVError *error);
     // deploy(), falling back to "Install.sh" as root when the folder is not writable (error 513).
     static void deployApp(const QStringList &items, const QString &destination, KVError *error);
-    // Swaps the new installer bundle in over the running one by way of a hidden sibling. Always true.
+    // Swaps the new installer bundle in over the running one by way of a hidden sibling, keeping the
+    // old one at KVInstallerRelaunch::previousBundlePath() until the relaunched one confirms. Always true.
     static bool deployInstaller(const QString &newBundle, const QString &runningBundle, KVError *error);
 
     // ---- Update runs (KVUpdateHelper+Run.cpp, KVUpdateHelper+SelfUpdate.cpp) -----------------
@@ -132,6 +133,8 @@ public:
     void updateInstaller(const KVINISectionPtr &section, KVProgressHandler progressHandler,
                          KVUpdateCompletionHandler completionHandler) override;
     void launchInstaller();
+    // "-KVWindowOrigin" with the top-right place of the window, then the host's own arguments.
+    QStringList relaunchArguments();
 
     // ---- Launching (KVUpdateHelper+Launch.cpp) -----------------------------------------------
 
