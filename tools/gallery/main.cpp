@@ -16,12 +16,14 @@
 #include <QFontMetricsF>
 #include <QLabel>
 #include <QPainter>
+#include <QProcess>
 #include <QTextStream>
 #include <QVariantAnimation>
 
 #include <functional>
 
-// Renders every control in every state to one PNG per control, offscreen.
+// Renders every control in every state to one PNG per control, offscreen, at the screen scales 1,
+// 1.5 and 2.
 namespace {
 
 QTextStream &err()
@@ -81,11 +83,11 @@ public:
                         headingHeight + m_rows * (m_cell.height() + captionHeight + 8) + margin);
         m_canvas.show();
         QApplication::processEvents();
-        for (const auto &action : m_whenShown)
-            action();
         // Only the cells that ask for it show focus: nothing keeps the focus Qt gives on showing.
         if (QWidget *focused = QApplication::focusWidget())
             focused->clearFocus();
+        for (const auto &action : m_whenShown)
+            action();
         QApplication::processEvents();
         const bool saved = m_canvas.grab().save(path);
         m_canvas.hide();
@@ -169,20 +171,19 @@ bool renderIconButton(const QString &folder)
 
 bool renderCheckBox(const QString &folder)
 {
-    Sheet sheet("KVCheckBox", 2, QSize(300, 44));
-    sheet.addRow("KVCheckBox", {"unchecked", "checked"}, [](int column, QWidget *parent) {
-        auto *box = new KVCheckBox(parent);
-        box->setChecked(column == 1);
-        box->resize(box->sizeHint());
-        return box;
-    });
-    sheet.addRow("KVCheckBox with title", {"unchecked", "checked"}, [](int column, QWidget *parent) {
-        auto *box = new KVCheckBox(parent);
-        box->setTitle(QStringLiteral("I agree to the licence agreement"));
-        box->setChecked(column == 1);
-        box->resize(box->sizeHint());
-        return box;
-    });
+    Sheet sheet("KVCheckBox", 3, QSize(300, 44));
+    for (const QString &title : {QString(), QStringLiteral("I agree to the licence agreement")}) {
+        sheet.addRow(title.isEmpty() ? "KVCheckBox" : "KVCheckBox with title", {"unchecked", "checked", "focused"},
+                     [&sheet, title](int column, QWidget *parent) {
+                         auto *box = new KVCheckBox(parent);
+                         box->setTitle(title);
+                         box->setChecked(column == 1);
+                         box->resize(box->sizeHint());
+                         if (column == 2)
+                             sheet.whenShown([box] { box->setFocus(Qt::TabFocusReason); });
+                         return box;
+                     });
+    }
     sheet.addRow("KVButton with KVIAdditinalCheckboxButtonCell, one line + 5 tall", {"unchecked", "checked"},
                  [](int column, QWidget *parent) {
                      auto *button = new KVButton(parent);
@@ -276,7 +277,10 @@ QImage renderToolTipScene(int position)
     const QRect windowFrame = window.geometry();
     const QRect tipFrame = tip->window()->geometry();
     const QRect all = windowFrame.united(tipFrame).adjusted(-16, -36, 16, 16);
-    QImage image(all.size(), QImage::Format_ARGB32_Premultiplied);
+    // At the screen's scale, so the balloon is as sharp as on that screen.
+    const qreal scale = window.devicePixelRatio();
+    QImage image(all.size() * scale, QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(scale);
     image.fill(Qt::white);
     QPainter painter(&image);
     painter.setFont(KVIFont::medium12());
@@ -299,11 +303,12 @@ bool renderToolTips(const QString &folder)
         width = std::max(width, scene.width());
         height += scene.height();
     }
-    QImage sheet(width, height, QImage::Format_ARGB32_Premultiplied);
+    QImage sheet(width, height, QImage::Format_ARGB32_Premultiplied); // in pixels: the scenes' own scale
     sheet.fill(Qt::white);
     QPainter painter(&sheet);
     int top = 0;
-    for (const QImage &scene : scenes) {
+    for (QImage scene : scenes) {
+        scene.setDevicePixelRatio(1.0);
         painter.drawImage(0, top, scene);
         top += scene.height();
     }
@@ -399,16 +404,40 @@ bool renderArtwork(const QString &folder)
 
 } // namespace
 
+// Renders each screen scale into a folder of its own ("1x", "1.5x", "2x"), one process per scale:
+// Qt reads the scale factor once, when the application starts.
+int renderEveryScale(const QString &program, const QString &folder)
+{
+    int failures = 0;
+    for (const QString scale : {"1", "1.5", "2"}) {
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_SCALE_FACTOR"), scale);
+        child.setProcessEnvironment(environment);
+        child.setProcessChannelMode(QProcess::ForwardedChannels);
+        child.start(program, {QStringLiteral("--one-scale"), folder + QLatin1Char('/') + scale + QLatin1Char('x')});
+        if (!child.waitForFinished(-1) || child.exitStatus() != QProcess::NormalExit || child.exitCode() != 0) {
+            err() << "scale " << scale << " failed\n";
+            ++failures;
+        }
+    }
+    return failures ? 1 : 0;
+}
+
 int main(int argc, char *argv[])
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
-    if (argc != 2) {
+    const QStringList arguments = application.arguments().mid(1);
+    const bool oneScale = arguments.value(0) == QStringLiteral("--one-scale");
+    if (arguments.size() != (oneScale ? 2 : 1)) {
         err() << "usage: nestora-gallery <output folder>\n";
         return 2;
     }
-    const QString folder = QString::fromLocal8Bit(argv[1]);
+    if (!oneScale)
+        return renderEveryScale(application.applicationFilePath(), arguments.first());
+    const QString folder = arguments.last();
     if (!QDir().mkpath(folder)) {
         err() << "cannot create " << folder << "\n";
         return 1;
