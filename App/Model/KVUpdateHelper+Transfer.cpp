@@ -16,12 +16,12 @@ void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
                                  std::function<void(const KVTransferProgress &)> progress,
                                  std::function<void(const QString &path, const KVError &error)> completionHandler)
 {
-    KVLogVerbose("%@ will download url %@", kClassName, url);
+    KVLogVerbose("%@ will download url %@", kClassName, QUrl(url));
     const QString target =
         destination.isEmpty() ? KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + KVUUIDString() : destination;
     auto completion = [url, completionHandler = std::move(completionHandler)](const QString &path,
                                                                               const KVError &error) {
-        KVLogVerbose("%@ did download url %@, error %@", kClassName, url, error);
+        KVLogVerbose("%@ did download url %@, error %@", kClassName, QUrl(url), error);
         if (completionHandler)
             completionHandler(path, error);
     };

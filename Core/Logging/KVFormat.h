@@ -37,9 +37,14 @@ inline KVFormatArgument kvFormatArgument(const char *value)
 {
     return {value ? QString::fromUtf8(value) : QStringLiteral("(null)"), std::nullopt};
 }
+// How a URL is shown in logs and messages: never with its user name and password.
+inline QString KVPrintableURL(const QUrl &url)
+{
+    return url.toString(QUrl::RemoveUserInfo);
+}
 inline KVFormatArgument kvFormatArgument(const QUrl &value)
 {
-    return {value.isEmpty() ? QStringLiteral("(null)") : value.toString(), std::nullopt};
+    return {value.isEmpty() ? QStringLiteral("(null)") : KVPrintableURL(value), std::nullopt};
 }
 inline KVFormatArgument kvFormatArgument(const KVError &value) { return {value.description(), std::nullopt}; }
 inline KVFormatArgument kvFormatArgument(const QStringList &value)
