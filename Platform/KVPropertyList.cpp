@@ -1,8 +1,13 @@
 #include "Platform/KVPropertyList.h"
 
+#include "Core/Extensions/KVWellFormedXml.h"
+#include "Core/Logging/KVLog.h"
+
 #include <QDateTime>
 #include <QFile>
+#include <QMutex>
 #include <QSaveFile>
+#include <QSet>
 
 #include <plist/plist.h>
 
@@ -46,11 +51,10 @@ QVariant variantFromNode(plist_t node)
 {
     switch (plist_get_node_type(node)) {
     case PLIST_STRING: {
-        char *text = nullptr;
-        plist_get_string_val(node, &text);
-        const QString value = QString::fromUtf8(text);
-        free(text);
-        return value;
+        // By length: the copying getter asserts on a string holding a NUL.
+        uint64_t length = 0;
+        const char *text = plist_get_string_ptr(node, &length);
+        return QString::fromUtf8(text, qsizetype(length));
     }
     case PLIST_UINT: {
         uint64_t value = 0;
@@ -140,6 +144,19 @@ plist_t nodeFromVariant(const QVariant &value)
     }
 }
 
+// A damaged file is read as absent, and replaced whole by the next save; until then every read
+// finds it damaged again, so it is told once.
+void logDamagedFileOnce(const QString &path)
+{
+    static QMutex mutex;
+    static QSet<QString> logged;
+    const QMutexLocker lock(&mutex);
+    if (!logged.contains(path)) {
+        logged.insert(path);
+        KVLogError("%@ damaged property list %@ is read as absent", QStringLiteral("KVPropertyList"), path);
+    }
+}
+
 KVError readError(const QString &path, const QString &reason)
 {
     return KVError(KVCocoaErrorDomain, KVFileReadUnknownError,
@@ -152,8 +169,11 @@ namespace KVPropertyList {
 
 QVariantMap dictionaryFromXml(const QByteArray &xml, KVError *error)
 {
+    // libplist asserts on a NUL inside a key or a string, which well-formed XML cannot hold; and
+    // only XML is read, since a binary property list can hold one.
     plist_t node = nullptr;
-    plist_from_memory(xml.constData(), uint32_t(xml.size()), &node);
+    if (KVIsWellFormedXml(xml))
+        plist_from_xml(xml.constData(), uint32_t(xml.size()), &node);
     const PlistPtr root(node);
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
         if (error)
@@ -174,8 +194,11 @@ QVariantMap readDictionary(const QString &path, KVError *error)
     }
     KVError parseError;
     QVariantMap map = dictionaryFromXml(file.readAll(), &parseError);
-    if (parseError && error)
-        *error = readError(path, parseError.localizedDescription());
+    if (parseError) {
+        logDamagedFileOnce(path);
+        if (error)
+            *error = readError(path, parseError.localizedDescription());
+    }
     return map;
 }
 

@@ -52,6 +52,17 @@ private Q_SLOTS:
         QTest::newRow("array at top") << QByteArray("<plist version=\"1.0\"><array/></plist>")
                                       << qint64(KVFileReadUnknownError);
         QTest::newRow("binary garbage") << QByteArray("\xff\xfe\x00garbage", 10) << qint64(KVFileReadUnknownError);
+        // libplist itself would abort on a NUL in a string or a key; a binary list may hold one.
+        static const char nulByte[] = "<plist version=\"1.0\"><dict><key>a</key><string>x\0y</string></dict></plist>";
+        QTest::newRow("NUL byte in a string")
+            << QByteArray(nulByte, sizeof nulByte - 1) << qint64(KVFileReadUnknownError);
+        QTest::newRow("NUL reference in a key")
+            << QByteArray("<plist version=\"1.0\"><dict><key>a&#0;b</key><true/></dict></plist>")
+            << qint64(KVFileReadUnknownError);
+        QTest::newRow("binary, NUL in a string")
+            << QByteArray::fromHex("62706c6973743030d10102516153780079080b0d00000000000001010000000000000003000000"
+                                   "00000000000000000000000011")
+            << qint64(KVFileReadUnknownError);
     }
 
     void propertyListFailures()
