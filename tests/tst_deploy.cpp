@@ -138,49 +138,6 @@ private slots:
         qunsetenv("NESTORA_STANDIN_RECORD");
     }
 
-    void unzipListsTopLevelItems_data()
-    {
-        QTest::addColumn<QStringList>("entries");
-        QTest::addColumn<QStringList>("items");
-
-        QTest::newRow("application and __MACOSX")
-            << QStringList{"Nestora.app/Contents/version.txt", "__MACOSX/._Nestora.app"} << QStringList{"Nestora.app"};
-        QTest::newRow("two top-level items")
-            << QStringList{"Icons/a.png", "Icons/b.png", "readme.txt"} << QStringList{"Icons", "readme.txt"};
-        QTest::newRow("only __MACOSX") << QStringList{"__MACOSX/._x"} << QStringList();
-    }
-
-    void unzipListsTopLevelItems()
-    {
-        QFETCH(QStringList, entries);
-        QFETCH(QStringList, items);
-
-        QMap<QString, QByteArray> files;
-        for (const QString &entry : entries)
-            files.insert(entry, entry.toUtf8());
-        const QString archive = sandbox().root() + QStringLiteral("/archive.zip");
-        QVERIFY(makeZip(archive, files));
-
-        KVError error;
-        const std::optional<QStringList> unpacked = KVUpdateHelper::unzip(archive, &error);
-        QVERIFY2(!error, qPrintable(error.description()));
-        QVERIFY(unpacked);
-
-        // All items lie in one fresh folder of the temporary directory.
-        const QStringList folders = QDir(sandbox().temporaryDirectory()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-        QCOMPARE(folders.size(), 1);
-        const QString folder = sandbox().temporaryDirectory() + QLatin1Char('/') + folders.first();
-        QStringList names;
-        for (const QString &item : *unpacked) {
-            QCOMPARE(QFileInfo(item).absolutePath(), folder);
-            names << QFileInfo(item).fileName();
-        }
-        names.sort();
-        QCOMPARE(names, items);
-        for (const QString &entry : entries)
-            QCOMPARE(readFile(folder + QLatin1Char('/') + entry), entry.toUtf8());
-    }
-
     void unzipFailureYieldsNothing_data()
     {
         QTest::addColumn<QString>("archive");
