@@ -88,7 +88,8 @@ QString KVCommandLine::usageText()
                           "  --help            show this text\n"
                           "  --version         show the installer's version\n"
                           "\n"
-                          "Exit status: 0 done, 1 update failed, 2 usage error or licence not accepted,\n"
-                          "3 update server unreachable, 4 another installer is running.\n")
+                          "Exit status: 0 Nestora was started, 2 usage error or licence not accepted,\n"
+                          "3 update server unreachable, 4 another installer is running; any other\n"
+                          "status names the failure the message tells (see the README).\n")
         .arg(kProgramName, QStringLiteral(NESTORA_VENDOR_SITE));
 }

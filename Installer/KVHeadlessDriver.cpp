@@ -1,5 +1,6 @@
 #include "Installer/KVHeadlessDriver.h"
 
+#include "App/Model/KVErrorClass.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Logging/KVLog.h"
 #include "Core/Logging/KVLogSetup.h"
@@ -26,17 +27,6 @@ constexpr int kPlainLineStep = 10; // percent between two plain progress lines
 QString releaseVersion(const KVINISection &section)
 {
     return section.name().section(QLatin1Char('_'), -1);
-}
-
-// What the user is told about a failed update run. The window shows any error of code 2 as a
-// connection failure; this mode follows it.
-QString messageForRunError(const KVError &error)
-{
-    if (error.code() == 2)
-        return QStringLiteral("cannot reach the update server");
-    if (error.domain() == KVUpdateHelperErrorDomain && error.code() == KVUpdateHelperErrorMD5Mismatch)
-        return QStringLiteral("a downloaded file is damaged: its MD5 digest does not match the manifest");
-    return error.localizedDescription();
 }
 
 // The window stores this date at the end of every update run, failed or not; the companion
@@ -151,7 +141,11 @@ void KVHeadlessDriver::start()
     KVUpdateHost host;
     // The engine ends the installer only after it has handed over, to the companion application
     // or to the relaunched installer; failures end it from here.
-    host.terminate = [this] { finish(Succeeded); };
+    host.terminate = [this] {
+        say(m_handOverText);
+        finish(Succeeded);
+    };
+    host.launchDidFail = [this](const KVError &error) { fail(error, QStringLiteral("launch")); };
     host.relaunchArguments = {KVCommandLine::kHeadlessOption, KVCommandLine::kAcceptLicenseOption};
     m_engine.setHost(std::move(host));
 
@@ -164,7 +158,7 @@ void KVHeadlessDriver::checkInstaller()
 {
     m_engine.checkInstallerUpdateWithcompletionHandler([this](const KVINISectionPtr &section, const KVError &error) {
         if (error)
-            checkDidFail(error);
+            fail(error, QStringLiteral("installer check"));
         else if (section)
             updateInstaller(section);
         else
@@ -176,7 +170,8 @@ void KVHeadlessDriver::updateInstaller(const KVINISectionPtr &section)
 {
     say(QStringLiteral("Updating the installer to %1").arg(releaseVersion(*section)));
     m_engine.updateInstaller(section, showProgress(), [this](const QVariantMap &, const KVError &error) {
-        runDidComplete(error, QStringLiteral("The installer is up to date; relaunching it"));
+        runDidComplete(error, QStringLiteral("self-update"),
+                       QStringLiteral("The installer is up to date; relaunching it"));
     });
 }
 
@@ -184,9 +179,9 @@ void KVHeadlessDriver::checkDeliverables()
 {
     m_engine.checkUpdateWithcompletionHandler([this](const QList<KVINISectionPtr> &sections, const KVError &error) {
         if (error)
-            checkDidFail(error);
+            fail(error, QStringLiteral("update check"));
         else if (sections.isEmpty())
-            say(QStringLiteral("Everything is up to date; starting Nestora"));
+            m_handOverText = QStringLiteral("Everything is up to date; starting Nestora");
         else
             updateSections(sections);
     });
@@ -199,7 +194,7 @@ void KVHeadlessDriver::updateSections(const QList<KVINISectionPtr> &sections)
         names << section->name();
     say(QStringLiteral("The licence agreement is accepted; installing %1").arg(names.join(QStringLiteral(", "))));
     m_engine.updateWithSections(sections, showProgress(), [this](const QVariantMap &, const KVError &error) {
-        runDidComplete(error, QStringLiteral("Update complete; starting Nestora"));
+        runDidComplete(error, QStringLiteral("update"), QStringLiteral("Update complete; starting Nestora"));
     });
 }
 
@@ -211,28 +206,21 @@ KVProgressHandler KVHeadlessDriver::showProgress()
     };
 }
 
-void KVHeadlessDriver::runDidComplete(const KVError &error, const QString &successText)
+void KVHeadlessDriver::runDidComplete(const KVError &error, const QString &step, const QString &handOverText)
 {
     m_progress.finish();
     recordUpdateDate();
     if (error)
-        runDidFail(error);
+        fail(error, step);
     else
-        say(successText);
+        m_handOverText = handOverText;
 }
 
-void KVHeadlessDriver::checkDidFail(const KVError &error)
+void KVHeadlessDriver::fail(const KVError &error, const QString &step)
 {
-    // The window shows every failed check as a connection failure, whatever its code.
-    complain(QStringLiteral("cannot reach the update server at %1: %2")
-                 .arg(m_engine.updateURL().toString(), error.localizedDescription()));
-    finish(ServerUnreachable);
-}
-
-void KVHeadlessDriver::runDidFail(const KVError &error)
-{
-    complain(QStringLiteral("update failed: ") + messageForRunError(error));
-    finish(error.code() == 2 ? ServerUnreachable : Failed);
+    KVLogError("%@ %@ failed: %@", kClassName, step, error);
+    complain(KVErrorText(error));
+    finish(KVErrorExitStatus(KVErrorClassOf(error)));
 }
 
 void KVHeadlessDriver::complain(const QString &text)
@@ -242,7 +230,7 @@ void KVHeadlessDriver::complain(const QString &text)
     m_errors.flush();
 }
 
-void KVHeadlessDriver::finish(ExitStatus status)
+void KVHeadlessDriver::finish(int status)
 {
     if (m_finished)
         return;

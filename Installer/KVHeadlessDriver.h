@@ -47,11 +47,12 @@ class KVHeadlessDriver : public QObject
 {
     Q_OBJECT
 public:
+    // The statuses that are not failures of the update; each failure has its own, from its
+    // error class (KVErrorExitStatus()).
     enum ExitStatus : int {
-        Succeeded = 0,
-        Failed = 1,              // an update run failed; see the message
+        Succeeded = 0,           // Nestora was started (or the installer relaunched itself)
+        Failed = 1,              // a failure of no named class
         UsageError = 2,          // unknown option, or the licence not accepted
-        ServerUnreachable = 3,   // the manifest or a deliverable could not be fetched
         AnotherInstanceRuns = 4, // another installer of this user is running
     };
 
@@ -69,6 +70,7 @@ public:
 Q_SIGNALS:
     // Emitted once with the exit status: after a failure, or when the engine asks the application
     // to end after handing over (to the companion application or to the relaunched installer).
+    // 0 only when it has handed over.
     void finished(int status);
 
 private:
@@ -78,18 +80,20 @@ private:
     void updateSections(const QList<KVINISectionPtr> &sections);
     // Draws every progress report of a run on the terminal. Thread: main.
     KVProgressHandler showProgress();
-    // The end of an update run, self-update or section update alike.
-    void runDidComplete(const KVError &error, const QString &successText);
-    void checkDidFail(const KVError &error);
-    void runDidFail(const KVError &error);
+    // The end of an update run, self-update or section update alike: a failure, or the text
+    // told once the engine has handed over.
+    void runDidComplete(const KVError &error, const QString &step, const QString &handOverText);
+    // Tells the failure of the step on the error output and in the log, and ends with its status.
+    void fail(const KVError &error, const QString &step);
     // Writes the text on the error output, on a line of its own.
     void complain(const QString &text);
-    void finish(ExitStatus status);
+    void finish(int status);
     void say(const QString &text);
 
     KVUpdateHelper &m_engine;
     KVTerminalProgressBar m_progress;
     QTextStream m_output;
     QTextStream m_errors;
+    QString m_handOverText;
     bool m_finished = false;
 };

@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStorageInfo>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -192,6 +193,17 @@ KVError moveItem(const QString &source, const QString &destination)
     }
     removeLeftover(source);
     return {};
+}
+
+KVError checkFreeSpace(const QString &folder, qint64 bytes)
+{
+    const QStorageInfo storage(folder);
+    if (bytes <= 0 || !storage.isValid() || storage.bytesAvailable() >= bytes)
+        return {};
+    KVError error = KVError::fromErrno(ENOSPC, folder);
+    QVariantMap info = error.userInfo();
+    info.insert(KVRequiredBytesKey, bytes - storage.bytesAvailable());
+    return KVError(error.domain(), error.code(), info);
 }
 
 } // namespace KVFileOperations

@@ -26,6 +26,10 @@ namespace KVFileOperations {
 // Removes a file, a link or a whole folder tree. Nothing there is not an error.
 [[nodiscard]] KVError removeItem(const QString &path);
 
+// The full-disk error (640, carrying the folder and KVRequiredBytesKey) when the folder's file
+// system has fewer than the bytes free; the null error otherwise, and when it cannot be told.
+[[nodiscard]] KVError checkFreeSpace(const QString &folder, qint64 bytes);
+
 // True when anything (even a dangling link) exists at the path.
 bool itemExists(const QString &path);
 

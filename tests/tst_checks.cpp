@@ -346,7 +346,8 @@ private Q_SLOTS:
             << QStringList{"Mac_Application_9.0", "Device_XML", "Device_Icon", "Smart_Cards"} << KVError()
             << QStringList();
         QTest::newRow("failure launches nothing")
-            << 404 << QByteArray() << QVariantMap() << QStringList() << KVError(KVURLErrorDomain, 2) << QStringList();
+            << 404 << QByteArray() << QVariantMap() << QStringList()
+            << KVError(KVURLErrorDomain, 2, {{KVHTTPStatusKey, 404}}) << QStringList();
         QTest::newRow("nothing due hands over to the application")
             << 200
             << "[Mac_Application]\nLatestVersion=Mac_Application_0.0.1\n[Mac_Application_0.0.1]\nURL=a\n" + dataItems

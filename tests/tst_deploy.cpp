@@ -8,6 +8,7 @@
 #include "KVTestFiles.h"
 #include "KVTestMount.h"
 #include "KVTestSandbox.h"
+#include "KVTestUnwritableFolder.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVFileOperations.h"
 #include "Platform/KVPropertyList.h"
@@ -73,36 +74,6 @@ QStringList hiddenIn(const QString &folder)
 
 // The folder made unwritable for the user: a read-only mount as root, missing write permission
 // otherwise. liftCommand() is what the stand-in elevator runs first, as root could write anyway.
-class UnwritableFolder
-{
-public:
-    explicit UnwritableFolder(const QString &folder)
-        : m_folder(folder)
-    {
-        if (::geteuid() == 0)
-            m_mount = KVTestMount::readOnly(folder);
-        else
-            m_unwritable = QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);
-    }
-    ~UnwritableFolder()
-    {
-        if (m_unwritable)
-            QFile::setPermissions(m_folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-
-    bool isUnwritable() const { return m_mount || m_unwritable; }
-    QString liftCommand() const
-    {
-        return (m_mount ? QStringLiteral("umount -l ") : QStringLiteral("chmod 755 ")) +
-               KVShellQuoting::singleQuoted(m_folder);
-    }
-
-private:
-    QString m_folder;
-    std::unique_ptr<KVTestMount> m_mount;
-    bool m_unwritable = false;
-};
-
 } // namespace
 
 class DeployTest : public QObject
@@ -257,7 +228,7 @@ private slots:
         const QByteArray installedFiller = randomBytes(300 * 1024);
         QVERIFY(makeApp(installedApp(), "1.0", installedFiller));
         QVERIFY(makeApp(unpackedApp(), "2.0", randomBytes(2 * 1024 * 1024)));
-        std::optional<UnwritableFolder> unwritable;
+        std::optional<KVTestUnwritableFolder> unwritable;
         if (!fullDisk && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
 
@@ -368,7 +339,7 @@ private slots:
         const QString item = itemIsLink ? app + QStringLiteral(" link") : app;
         if (itemIsLink)
             QVERIFY(QFile::link(app, item));
-        const UnwritableFolder unwritable(applications());
+        const KVTestUnwritableFolder unwritable(QFileInfo(destination).absolutePath());
         if (!unwritable.isUnwritable())
             QSKIP("cannot make a folder unwritable here");
         const QString record = sandbox().root() + QStringLiteral("/elevator-record");
@@ -428,7 +399,7 @@ private slots:
         const QString newBundle = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/NestoraInstaller.app");
         if (newBundleExists)
             QVERIFY(makeApp(newBundle, "2.0"));
-        std::optional<UnwritableFolder> unwritable;
+        std::optional<KVTestUnwritableFolder> unwritable;
         if (!parentWritable && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
 

@@ -3,6 +3,7 @@
 // again, goes on to install the companion application. A bad build never costs the working
 // installer: it is refused before the swap, or put back when the relaunched build does not run.
 
+#include "App/Model/KVErrorClass.h"
 #include "Installer/KVHeadlessDriver.h"
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
@@ -54,6 +55,7 @@ QString installerLog()
 } // namespace
 
 Q_DECLARE_METATYPE(BadBuild)
+Q_DECLARE_METATYPE(KVErrorClass)
 
 class EndToEndSelfUpdateTest : public QObject
 {
@@ -145,23 +147,31 @@ void EndToEndSelfUpdateTest::badBuildKeepsWorkingInstaller_data()
 {
     QTest::addColumn<BadBuild>("build");
     QTest::addColumn<QString>("problem"); // empty: the build passes its checks and is swapped in
+    QTest::addColumn<KVErrorClass>("errorClass");
 
-    const QString invalid = QStringLiteral("update failed: the archive is not a valid NestoraInstaller.app: ");
-    QTest::newRow("damaged download") << BadBuild::Damaged << "update failed: a downloaded file is damaged";
-    QTest::newRow("crashes at start") << BadBuild::Crashes << invalid + "its program crashes when it starts";
+    const QString invalid =
+        QStringLiteral("A downloaded archive cannot be used: the archive is not a valid NestoraInstaller.app: ");
+    const KVErrorClass refused = KVErrorClass::InvalidArchive;
+    QTest::newRow("damaged download") << BadBuild::Damaged << "A download arrived damaged"
+                                      << KVErrorClass::DamagedDownload;
+    QTest::newRow("crashes at start") << BadBuild::Crashes << invalid + "its program crashes when it starts" << refused;
     QTest::newRow("not executable") << BadBuild::NotExecutable
-                                    << invalid + "Contents/MacOS/NestoraInstaller is not an executable file";
+                                    << invalid + "Contents/MacOS/NestoraInstaller is not an executable file" << refused;
     QTest::newRow("wrong version inside")
-        << BadBuild::WrongVersion << invalid + "it is version \u201c1.0.9\u201d, not \u201c1.1.0\u201d as published";
+        << BadBuild::WrongVersion << invalid + "it is version \u201c1.0.9\u201d, not \u201c1.1.0\u201d as published"
+        << refused;
     QTest::newRow("empty") << BadBuild::Empty
-                           << "update failed: The archive could not be read (unzip exit status 1): Empty zipfile.";
-    QTest::newRow("fails after telling its version") << BadBuild::FailsAfterVersion << QString();
+                           << "A downloaded archive could not be unpacked: The archive could not be read (unzip exit "
+                              "status 1): Empty zipfile."
+                           << KVErrorClass::UnpackFailed;
+    QTest::newRow("fails after telling its version") << BadBuild::FailsAfterVersion << QString() << refused;
 }
 
 void EndToEndSelfUpdateTest::badBuildKeepsWorkingInstaller()
 {
     QFETCH(BadBuild, build);
     QFETCH(QString, problem);
+    QFETCH(KVErrorClass, errorClass);
 
     const QString archive = m_server->servedPath(KVTestUpdateServer::installerFile(kNewVersion));
     switch (build) {
@@ -208,7 +218,7 @@ void EndToEndSelfUpdateTest::badBuildKeepsWorkingInstaller()
         QVERIFY2(outcome.exitStatus == KVHeadlessDriver::Succeeded, qPrintable(outcome.errors));
         QTRY_VERIFY_WITH_TIMEOUT(!m_companion->starts().isEmpty(), 120000);
     } else {
-        QCOMPARE(outcome.exitStatus, int(KVHeadlessDriver::Failed));
+        QCOMPARE(outcome.exitStatus, KVErrorExitStatus(errorClass));
         QVERIFY2(outcome.errors.contains("NestoraInstaller: " + problem), qPrintable(outcome.errors));
         QVERIFY(snapshot(m_installer.bundlePath()) == bundle);
         QVERIFY(!QFileInfo::exists(applicationPath()));
@@ -217,7 +227,7 @@ void EndToEndSelfUpdateTest::badBuildKeepsWorkingInstaller()
         const KVTestInstaller::Outcome again = m_installer.run();
         QVERIFY(again.finished);
         QCOMPARE(again.exitStatus,
-                 int(build == BadBuild::Damaged ? KVHeadlessDriver::Failed : KVHeadlessDriver::Succeeded));
+                 build == BadBuild::Damaged ? KVErrorExitStatus(errorClass) : int(KVHeadlessDriver::Succeeded));
     }
     QCOMPARE(manifestFetches(), 2);
     QVERIFY(snapshot(m_installer.bundlePath()) == bundle);

@@ -2,6 +2,7 @@
 // notifications posted as the network helper posts them: the steps, what each step shows, the
 // licence screen, the button row, the checking indicator and closing.
 
+#include "App/Model/KVErrorClass.h"
 #include "App/Model/KVNetworkHelper.h"
 #include "App/Model/KVUpdateEngine.h"
 #include "Core/Extensions/KVLocalizedString.h"
@@ -74,7 +75,7 @@ KVINISectionPtr section(const QString &name)
 }
 
 const KVError kNoError;
-const KVError kUnreachableManifest(QStringLiteral("KVUpdateHelperErrorDomain"), 2);
+const KVError kUnreachableManifest(QStringLiteral("NSURLErrorDomain"), -1004);
 
 QString text(const char *key)
 {
@@ -329,7 +330,7 @@ void FlowControllerTest::checkErrorWaitsForTheNetwork()
     reachStep(0);
     m_engine->installerChecks.takeLast()(nullptr, kUnreachableManifest);
     QCOMPARE(m_controller->updateStep(), quint64(0));
-    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+    QVERIFY(infoShows(KVErrorText(kUnreachableManifest), true));
     QVERIFY(m_controller->checkingIndicator()->isVisible());
     QVERIFY(m_controller->checkingIndicatorTimer());
 
@@ -338,7 +339,7 @@ void FlowControllerTest::checkErrorWaitsForTheNetwork()
     m_engine->installerChecks.takeLast()(nullptr, kNoError);
     m_engine->checks.takeLast()({section("Device_XML")}, kUnreachableManifest);
     QCOMPARE(m_controller->updateStep(), quint64(1));
-    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+    QVERIFY(infoShows(KVErrorText(kUnreachableManifest), true));
 
     postReachable();
     QCOMPARE(m_engine->installerChecks.size(), 1);
@@ -454,10 +455,10 @@ void FlowControllerTest::runErrorText_data()
     QTest::addColumn<QString>("domain");
     QTest::addColumn<qint64>("code");
     QTest::addColumn<bool>("connection");
-    QTest::newRow("download failed (URL domain, 2)") << QStringLiteral("NSURLErrorDomain") << qint64(2) << true;
-    QTest::newRow("manifest unavailable (2)") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(2) << true;
-    QTest::newRow("MD5 mismatch (1)") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false;
-    QTest::newRow("privileged deployment (-1)") << QStringLiteral("") << qint64(-1) << false;
+    // Offline the animation says that the installer goes on by itself once the network is back.
+    QTest::newRow("connection refused") << QStringLiteral("NSURLErrorDomain") << qint64(-1004) << true;
+    QTest::newRow("MD5 mismatch") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false;
+    QTest::newRow("privileged deployment") << QStringLiteral("") << qint64(-1) << false;
 }
 
 void FlowControllerTest::runErrorText()
@@ -471,12 +472,7 @@ void FlowControllerTest::runErrorText()
     QCOMPARE(m_controller->updateStep(), quint64(6));
     QVERIFY(!m_controller->progressIndicator()->isVisible());
     QCOMPARE(m_controller->checkingIndicator()->isVisible(), connection);
-    // The installer's bundle name, twice.
-    const QString expected =
-        connection ? text("IDS_INSTALLER_ERROR_CONNECT")
-                   : QStringLiteral("NestoraInstaller could not be installed. Please try again later, or download "
-                                    "NestoraInstaller from our website.");
-    QVERIFY2(infoShows(expected, true), qPrintable(m_controller->infoTextView()->string()));
+    QVERIFY2(infoShows(KVErrorText(KVError(domain, code)), true), qPrintable(m_controller->infoTextView()->string()));
     QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
 }
 

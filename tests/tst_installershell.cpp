@@ -241,8 +241,8 @@ private Q_SLOTS:
         QTest::newRow("format keeps its placeholders")
             << "de"
             << "IDS_WSPDH"
-            << "%@ konnte nicht installiert werden. Bitte versuche es sp\u00e4ter erneut oder lade %@ von unserer "
-               "Website.";
+            << "%@ konnte nicht installiert werden. Bitte versuche es sp\u00e4ter erneut oder lade es von %@ "
+               "herunter.";
     }
     void stringTables()
     {

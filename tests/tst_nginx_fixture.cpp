@@ -102,7 +102,7 @@ private Q_SLOTS:
         QVERIFY2(nginx.start(&failure), qPrintable(failure));
 
         KVUpdateHelper engine(nginx.url(QStringLiteral("/manifest.ini")));
-        QCOMPARE(fetchManifest(engine), KVError(KVURLErrorDomain, 2));
+        QCOMPARE(fetchManifest(engine), KVError(KVURLErrorDomain, 2, {{KVHTTPStatusKey, 404}}));
         QVERIFY(!engine.INI());
         // The rule is for that path alone.
         KVUpdateHelper otherEngine(nginx.url(QStringLiteral("/other.ini")));

@@ -123,7 +123,8 @@ KVError KVDownloadTask::outcome()
     if (!hasSuccessStatus()) {
         const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
         return KVError(KVURLErrorDomain, kBadServerResponseCode,
-                       {{KVLocalizedDescriptionKey, QStringLiteral("Request failed with HTTP status %1").arg(status)}});
+                       {{KVLocalizedDescriptionKey, QStringLiteral("Request failed with HTTP status %1").arg(status)},
+                        {KVHTTPStatusKey, status}});
     }
     if (m_reply->error() != QNetworkReply::NoError) // a protocol failure, such as an unsupported scheme
         return KVError(KVURLErrorDomain, -1, {{KVLocalizedDescriptionKey, m_reply->errorString()}});

@@ -33,5 +33,7 @@ KVError KVTransportErrorOfReply(const QNetworkReply &reply)
         code = -1;
         break;
     }
-    return KVError(KVURLErrorDomain, code, {{KVLocalizedDescriptionKey, reply.errorString()}});
+    // Qt tells a transfer time-out as a cancelled operation; the user is told what happened.
+    const QString description = code == -1001 ? QStringLiteral("The request timed out.") : reply.errorString();
+    return KVError(KVURLErrorDomain, code, {{KVLocalizedDescriptionKey, description}});
 }

@@ -9,9 +9,8 @@ namespace {
 QMutex elevatorMutex;
 QString elevatorOverride;
 
-// pkexec's exit statuses for a dismissed prompt and for a refused authorisation.
+// pkexec's exit status for a dismissed prompt.
 constexpr int kDismissedStatus = 126;
-constexpr int kNotAuthorizedStatus = 127;
 
 QString withoutFinalNewline(QString text)
 {
@@ -38,10 +37,11 @@ void KVPrivilegeHelper::setElevator(const QString &program)
 }
 
 bool KVPrivilegeHelper::runProcessAsAdministrator(const QString &scriptPath, const QStringList &arguments,
-                                                  QString *output, QString *errorDescription)
+                                                  QString *output, QString *errorDescription, int *exitStatus)
 {
     Q_ASSERT(output && errorDescription);
-    const QString commandLine = KVShellQuoting::singleQuoted(scriptPath) + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
+    const QString commandLine =
+        KVShellQuoting::singleQuoted(scriptPath) + QLatin1Char(' ') + arguments.join(QLatin1Char(' '));
 
     // The command line is one argument of its own: nothing between here and the shell re-parses it.
     QProcess process;
@@ -49,6 +49,8 @@ bool KVPrivilegeHelper::runProcessAsAdministrator(const QString &scriptPath, con
     process.start(elevator(), {QStringLiteral("/bin/sh"), QStringLiteral("-c"), commandLine});
     const bool ran = process.waitForFinished(-1) && process.exitStatus() == QProcess::NormalExit;
     *errorDescription = QString();
+    if (exitStatus)
+        *exitStatus = ran ? process.exitCode() : -1;
     if (!ran) {
         *errorDescription = process.errorString();
         return false;
@@ -57,7 +59,8 @@ bool KVPrivilegeHelper::runProcessAsAdministrator(const QString &scriptPath, con
         *output = withoutFinalNewline(QString::fromLocal8Bit(process.readAllStandardOutput()));
         return true;
     }
-    if (process.exitCode() == kDismissedStatus || process.exitCode() == kNotAuthorizedStatus) {
+    // 127 (refused, or no authentication agent) keeps pkexec's own explanation.
+    if (process.exitCode() == kDismissedStatus) {
         *errorDescription = QStringLiteral("The administrator password is required to do this.");
         return false;
     }

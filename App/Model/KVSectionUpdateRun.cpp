@@ -142,6 +142,12 @@ void KVSectionUpdateRun::downloadSections()
 bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QString &url, const QString &path)
 {
     (void)KVFileOperations::removeItem(path);
+    const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
+    if (const KVError spaceError = KVFileOperations::checkFreeSpace(QFileInfo(path).absolutePath(), bytes)) {
+        m_runError = KVError(KVURLErrorDomain, 2, {{KVUnderlyingErrorKey, QVariant::fromValue(spaceError)}});
+        KVLogError("%@ cannot download %@: %@", kClassName, url, spaceError);
+        return false;
+    }
     report(QStringLiteral("IDS_INSTALLER_DOWNLOADING"));
 
     // The callbacks run on the main thread while this thread waits for the semaphore.
@@ -156,13 +162,17 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
             if (m_progressHandler)
                 m_progressHandler(m_fraction, KVProgressMessage(QStringLiteral("IDS_INSTALLER_DOWNLOADING")));
         },
-        [this, &finished](const QString &, const KVError &error) {
-            // The transfer layer's own error stays out of sight: every transfer failure is a
-            // connection failure to the user.
-            if (error)
-                m_runError = KVError(KVURLErrorDomain, 2);
-            else
+        [this, &finished, bytes](const QString &, const KVError &error) {
+            // Every transfer failure is URL error 2; what really happened rides along for the
+            // user's text and the log, with the space a full disk lacked.
+            if (error) {
+                QVariantMap info{{KVUnderlyingErrorKey, QVariant::fromValue(error)}};
+                if (bytes > 0)
+                    info.insert(KVRequiredBytesKey, bytes);
+                m_runError = KVError(KVURLErrorDomain, 2, info);
+            } else {
                 m_completedBytes += m_sectionBytes;
+            }
             finished.release();
         });
     finished.acquire();

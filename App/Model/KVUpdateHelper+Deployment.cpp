@@ -14,6 +14,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+
+#include <cerrno>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -67,13 +69,30 @@ KVError deployAppWithPrivilege(const QStringList &items, const QString &destinat
     const QString script = KVBundle::mainBundle().resourcePath() + QStringLiteral("/Install.sh");
     const QStringList arguments{KVShellQuoting::singleQuoted(destination), KVShellQuoting::singleQuoted(items.value(0)),
                                 KVShellQuoting::singleQuoted(QFileInfo(destination).absolutePath())};
+    // A script that is missing or cannot run is the installer's own damage: found before any
+    // prompt, so that the user is not asked for a password in vain.
+    const QFileInfo scriptInfo(script);
+    if (!scriptInfo.isFile() || !scriptInfo.isExecutable())
+        return KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorInstallScriptUnusable,
+                       {{KVFilePathErrorKey, script}});
     QString output;
     QString errorDescription;
-    if (KVPrivilegeHelper::runProcessAsAdministrator(script, arguments, &output, &errorDescription))
+    int exitStatus = -1;
+    if (KVPrivilegeHelper::runProcessAsAdministrator(script, arguments, &output, &errorDescription, &exitStatus))
         return {};
-    return KVError(QString(), -1,
-                   {{QStringLiteral("output"), output},
-                    {KVLocalizedDescriptionKey, errorDescription.isNull() ? QStringLiteral("") : errorDescription}});
+    QVariantMap info{{QStringLiteral("output"), output},
+                     {KVLocalizedDescriptionKey, errorDescription.isNull() ? QStringLiteral("") : errorDescription}};
+    if (exitStatus >= 0)
+        info.insert(KVExitStatusKey, exitStatus);
+    return KVError(QString(), -1, info);
+}
+
+// Only a folder that the user's rights cannot write, but root's can: not one on a read-only file
+// system, where a password would be asked for in vain.
+bool needsAdministratorRights(const KVError &error)
+{
+    return error.domain() == KVCocoaErrorDomain && error.code() == KVFileWriteNoPermissionError &&
+           error.userInfo().value(KVErrnoKey).toInt() != EROFS;
 }
 
 } // namespace
@@ -142,7 +161,7 @@ void KVUpdateHelper::deployApp(const QStringList &items, const QString &destinat
     deploy(items, destination, &deployError);
     if (deployError) {
         KVLogError("%@ failed to do normal deployment, error %@", kClassName, deployError);
-        if (deployError.domain() == KVCocoaErrorDomain && deployError.code() == KVFileWriteNoPermissionError) {
+        if (needsAdministratorRights(deployError)) {
             KVLogInfo("%@ will deploy app to %@ with privilege", kClassName, destination);
             deployError = deployAppWithPrivilege(items, destination);
         }

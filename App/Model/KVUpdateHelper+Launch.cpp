@@ -4,6 +4,7 @@
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVDetachedProcess.h"
+#include "Platform/KVFileOperations.h"
 #include "Platform/KVRunningApplication.h"
 #include "Platform/KVStandardPaths.h"
 #include "Platform/KVSystemLog.h"
@@ -39,6 +40,20 @@ QString processNamePattern(const QString &executablePath)
     }
     return pattern;
 }
+// Why the application at the bundle path cannot be started, or the null error when it can.
+KVError launchabilityOfApplication(const QString &bundlePath)
+{
+    if (!KVFileOperations::itemExists(bundlePath))
+        return KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorNothingInstalled,
+                       {{KVFilePathErrorKey, bundlePath}});
+    const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(bundlePath);
+    const QFileInfo executable(bundle ? bundle->executablePath() : QString());
+    if (!executable.isFile() || !executable.isExecutable())
+        return KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorLaunchFailed,
+                       {{KVFilePathErrorKey, bundlePath},
+                        {KVLocalizedDescriptionKey, QStringLiteral("no executable program in the bundle")}});
+    return {};
+}
 } // namespace
 
 void KVUpdateHelper::launchApp()
@@ -64,9 +79,16 @@ void KVUpdateHelper::launchApp()
     defaults.removeObjectForKey(kUpdateDateKey);
 
     KVLogError("%@ start parameters %@", kClassName, arguments);
-    launchWithBundlePath(KVStandardPaths::applicationsDirectory() + QStringLiteral("/Nestora.app"), arguments, 0);
+    const QString bundlePath = KVStandardPaths::applicationsDirectory() + QStringLiteral("/Nestora.app");
+    const KVError error = launchabilityOfApplication(bundlePath);
+    if (error)
+        KVLogError("%@ cannot launch %@: %@", kClassName, bundlePath, error);
+    else
+        launchWithBundlePath(bundlePath, arguments, 0);
     KVDispatch::syncMain([&] {
-        if (m_host.terminate)
+        if (error && m_host.launchDidFail)
+            m_host.launchDidFail(error);
+        else if (m_host.terminate)
             m_host.terminate();
     });
 }

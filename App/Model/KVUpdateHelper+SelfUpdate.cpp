@@ -55,13 +55,12 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
             },
             [&](const QString &, const KVError &downloadError) {
                 if (downloadError)
-                    error = KVError(KVURLErrorDomain, 2);
+                    error = KVError(KVURLErrorDomain, 2, {{KVUnderlyingErrorKey, QVariant::fromValue(downloadError)}});
                 finished.release();
             });
         finished.acquire();
 
-        // With verification on, even a failed download is told as a digest mismatch.
-        if (shouldVerifyMD5() && !fileMatchesDigestOfSection(downloadPath, *section)) {
+        if (!error && shouldVerifyMD5() && !fileMatchesDigestOfSection(downloadPath, *section)) {
             error = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch);
             KVLogError("%@", error);
         }

@@ -151,7 +151,7 @@ QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
         if (body.isNull())
             body = QByteArray(""); // an empty 200 answer is data, not a missing answer
     } else if (!transportError) {
-        outcome = KVError(KVURLErrorDomain, 2);
+        outcome = KVError(KVURLErrorDomain, 2, {{KVHTTPStatusKey, status}});
     }
     if (error)
         *error = outcome;

@@ -58,13 +58,16 @@ struct KVTransferProgress
 // window, tests supply their own. Every function is called on the main thread.
 struct KVUpdateHost
 {
-    std::function<QPointF()> windowOrigin;  // the installer window's frame origin; (0, 0) without one
-    std::function<QSizeF()> windowSize;     // the installer window's frame size; empty without one
-    std::function<QSizeF()> screenSize;     // the main screen's frame size
-    std::function<double()> menuBarHeight;  // height of the main menu bar; 0 where there is none
-    std::function<void()> terminate;        // asks the application to end
+    std::function<QPointF()> windowOrigin; // the installer window's frame origin; (0, 0) without one
+    std::function<QSizeF()> windowSize;    // the installer window's frame size; empty without one
+    std::function<QSizeF()> screenSize;    // the main screen's frame size
+    std::function<double()> menuBarHeight; // height of the main menu bar; 0 where there is none
+    std::function<void()> terminate;       // asks the application to end
     // Given to the relaunched installer after its window origin, so that it starts in the mode of
     // this one (the headless mode passes its own flags). Read on the engine's queue. Defaulted, so
     // that hosts naming only the functions above need not name it.
     QStringList relaunchArguments = {};
+    // Told instead of terminate() when the application cannot be started after all (nothing is
+    // installed, or the bundle has no program to run). Without it the engine asks to end as usual.
+    std::function<void(const KVError &)> launchDidFail = {};
 };

@@ -14,6 +14,14 @@ inline const QString KVPOSIXErrorDomain = QStringLiteral("NSPOSIXErrorDomain");
 inline const QString KVLocalizedDescriptionKey = QStringLiteral("NSLocalizedDescription");
 inline const QString KVLocalizedFailureReasonErrorKey = QStringLiteral("NSLocalizedFailureReason");
 inline const QString KVFilePathErrorKey = QStringLiteral("NSFilePath");
+// The causes an error carries beside its own code, for the user's text and for the log: the error
+// it stands for (a KVError), the errno of a failed system call, the HTTP status of a server's
+// answer, the exit status of a child process, and the bytes a full disk lacked.
+inline const QString KVUnderlyingErrorKey = QStringLiteral("NSUnderlyingError");
+inline const QString KVErrnoKey = QStringLiteral("errno");
+inline const QString KVHTTPStatusKey = QStringLiteral("HTTPStatus");
+inline const QString KVExitStatusKey = QStringLiteral("exitStatus");
+inline const QString KVRequiredBytesKey = QStringLiteral("requiredBytes");
 
 // Codes of the Cocoa domain that file operations report with.
 enum KVCocoaErrorCode : qint64 {
@@ -29,6 +37,9 @@ enum KVCocoaErrorCode : qint64 {
 enum KVUpdateHelperErrorCode : qint64 {
     KVUpdateHelperErrorMD5Mismatch = 1,
     KVUpdateHelperErrorManifestUnavailable = 2,
+    KVUpdateHelperErrorNothingInstalled = 3,      // no application installed, and none offered
+    KVUpdateHelperErrorLaunchFailed = 4,          // the application could not be started
+    KVUpdateHelperErrorInstallScriptUnusable = 5, // the bundle's install script is missing or not executable
     KVUpdateHelperErrorInvalidArchive = 6, // a verified archive that must not be unpacked or deployed
 };
 
@@ -53,6 +64,8 @@ public:
     // The user-info description if present, else the platform's generic sentence.
     QString localizedDescription() const;
     QString localizedFailureReason() const;
+    // The error this one stands for (KVUnderlyingErrorKey), or the null error.
+    KVError underlyingError() const;
 
     // "Error Domain=D Code=N "description" UserInfo={...}", the form log lines show.
     QString description() const;

@@ -1,5 +1,6 @@
 #include "Installer/Controllers/KVIViewController.h"
 
+#include "App/Model/KVErrorClass.h"
 #include "App/Model/KVNetworkHelper.h"
 #include "App/Model/KVUpdateEngine.h"
 #include "Core/Extensions/KVLocalizedString.h"
@@ -18,7 +19,6 @@
 #include "Installer/KVILinkTextView.h"
 #include "Installer/KVIView.h"
 #include "Installer/KVIWindow.h"
-#include "Platform/KVBundle.h"
 #include "Platform/KVUserDefaults.h"
 
 #include <QCoreApplication>
@@ -297,6 +297,16 @@ void KVIViewController::showConnectionError()
     m_progressIndicator->hide();
 }
 
+void KVIViewController::showFailure(const KVError &error, const char *step)
+{
+    KVLogError("%@ %s failed: %@", QStringLiteral("KVIViewController"), step, error);
+    m_infoScrollView->show();
+    m_progressIndicator->hide();
+    displayInfo(KVErrorText(error), true);
+    // Offline: the animation says that the installer goes on by itself once the network is back.
+    displayCheckingIndicator(KVErrorClassOf(error) == KVErrorClass::ServerUnreachable);
+}
+
 void KVIViewController::checkInstaller()
 {
     showChecking();
@@ -308,7 +318,7 @@ void KVIViewController::checkInstaller()
             return;
         if (error) {
             // The step stays: the next reachable notification checks again.
-            self->showConnectionError();
+            self->showFailure(error, "installer check");
             return;
         }
         self->m_updateStep = InstallerChecked;
@@ -333,7 +343,7 @@ void KVIViewController::checkInstaller()
             if (!self)
                 return;
             if (checkError) {
-                self->showConnectionError();
+                self->showFailure(checkError, "update check");
             } else if (!sections.isEmpty()) {
                 self->m_updateStep = LicenseShown;
                 self->showEULA();
@@ -466,15 +476,7 @@ void KVIViewController::updateRunDidComplete(const KVError &error, UpdateStep su
         displayCheckingIndicator(false);
     } else if (!m_hasError) {
         // The first error stays on screen; the step is left where the progress put it.
-        const bool connectionFailed = error.code() == 2;
-        if (connectionFailed) {
-            displayInfo(KVLocalizedString(QStringLiteral("IDS_INSTALLER_ERROR_CONNECT")), true);
-            displayCheckingIndicator(true);
-        } else {
-            const QString name =
-                KVBundle::mainBundle().objectForInfoDictionaryKey(QStringLiteral("CFBundleName")).toString();
-            displayInfo(KVFormat(KVLocalizedString(QStringLiteral("IDS_WSPDH")), name, name), true);
-        }
+        showFailure(error, "update run");
     }
     storeUpdateDate();
 }

@@ -147,6 +147,8 @@ private:
     // The display of a check or re-check: "CHECKING_UPDATE" and nothing else.
     void showChecking();
     void showConnectionError();
+    // The error's text in red, logged with its cause.
+    void showFailure(const KVError &error, const char *step);
     void showRunProgress(float fraction, const std::optional<QVariantMap> &info);
     void updateRunDidComplete(const KVError &error, UpdateStep successStep);
     void storeUpdateDate();

@@ -53,7 +53,7 @@
     </message>
     <message>
         <source>IDS_WSPDH</source>
-        <translation>%@ konnte nicht installiert werden. Bitte versuche es später erneut oder lade %@ von unserer Website.</translation>
+        <translation>%@ konnte nicht installiert werden. Bitte versuche es später erneut oder lade es von %@ herunter.</translation>
     </message>
     <message>
         <source>IDS_INSTALLER_COMPLETE</source>
@@ -77,7 +77,7 @@
     </message>
     <message>
         <source>IDS_INSTALLER_RESUME</source>
-        <translation>Fortsetzen</translation>
+        <translation>Installation fortsetzen</translation>
     </message>
     <message>
         <source>IDS_CANCEL</source>
@@ -94,6 +94,66 @@
     <message>
         <source>IDS_CLOSE</source>
         <translation>Schließen</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_SERVER_UNREACHABLE</source>
+        <translation>Der Update-Server ist nicht erreichbar ({cause}). Bitte prüfe deine Internetverbindung und versuche es erneut.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_UPDATE_URL_NOT_FOUND</source>
+        <translation>update URL not found: Dieser Installer kennt seinen Update-Server nicht. Bitte lade {product} von {address} herunter.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_SERVER_ERROR</source>
+        <translation>Der Update-Server hat mit einem Fehler geantwortet (HTTP-Status {status}). Bitte versuche es später erneut.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_INVALID_MANIFEST</source>
+        <translation>Der Update-Server hat unlesbare Update-Informationen gesendet. Bitte versuche es später erneut.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
+        <translation>Ein Download ist beschädigt angekommen: Er wurde abgebrochen oder passt nicht zu seiner Prüfsumme. Bitte versuche es erneut.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_DISK_FULL</source>
+        <translation>In {folder} ist nicht genug Speicherplatz frei: Es werden noch {size} benötigt. Bitte gib Speicherplatz frei und versuche es erneut.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_READ_ONLY_FOLDER</source>
+        <translation>{folder} kann nicht beschrieben werden, auch nicht mit Administratorrechten: Es liegt auf einem schreibgeschützten Dateisystem.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_PROMPT_DISMISSED</source>
+        <translation>Dafür ist das Administratorpasswort erforderlich.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_ELEVATOR_UNAVAILABLE</source>
+        <translation>Administratorrechte konnten nicht erlangt werden ({cause}). Bitte stelle sicher, dass ein Authentifizierungsagent läuft, oder wende dich an deinen Administrator.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_INSTALLER_DAMAGED</source>
+        <translation>Dieser Installer ist beschädigt: {script} fehlt oder kann nicht ausgeführt werden. Bitte lade {product} erneut von {address} herunter.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_UNPACK_FAILED</source>
+        <translation>Ein heruntergeladenes Archiv konnte nicht entpackt werden: {cause}. Bitte versuche es später erneut oder lade {product} von {address} herunter.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_LAUNCH_FAILED</source>
+        <translation>{product} konnte nicht gestartet werden. Bitte lade {product} von {address} herunter.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_NOTHING_INSTALLED</source>
+        <translation>{product} ist nicht installiert, und der Update-Server bietet nichts zum Installieren an.</translation>
+    </message>
+    <message>
+        <source>IDS_INSTALLER_TRY_AGAIN</source>
+        <translation>Erneut versuchen</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_INVALID_ARCHIVE</source>
+        <translation>Ein heruntergeladenes Archiv ist unbrauchbar: {cause}. Bitte versuche es später erneut oder lade {product} von {address} herunter.</translation>
     </message>
 </context>
 </TS>

@@ -53,7 +53,7 @@
     </message>
     <message>
         <source>IDS_WSPDH</source>
-        <translation>%@ could not be installed. Please try again later, or download %@ from our website.</translation>
+        <translation>%@ could not be installed. Please try again later, or download it from %@</translation>
     </message>
     <message>
         <source>IDS_INSTALLER_COMPLETE</source>
@@ -77,7 +77,7 @@
     </message>
     <message>
         <source>IDS_INSTALLER_RESUME</source>
-        <translation>Resume</translation>
+        <translation>Continue Installing</translation>
     </message>
     <message>
         <source>IDS_CANCEL</source>
@@ -94,6 +94,66 @@
     <message>
         <source>IDS_CLOSE</source>
         <translation>Close</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_SERVER_UNREACHABLE</source>
+        <translation>The update server can’t be reached ({cause}). Please check your internet connection and try again.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_UPDATE_URL_NOT_FOUND</source>
+        <translation>update URL not found: this installer does not know its update server. Please download {product} from {address}</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_SERVER_ERROR</source>
+        <translation>The update server answered with an error (HTTP status {status}). Please try again later.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_INVALID_MANIFEST</source>
+        <translation>The update server sent update information that cannot be read. Please try again later.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
+        <translation>A download arrived damaged: it was cut short or does not match its checksum. Please try again.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_DISK_FULL</source>
+        <translation>There is not enough free space in {folder}: {size} more are needed. Please free some space and try again.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_READ_ONLY_FOLDER</source>
+        <translation>{folder} cannot be written, not even with administrator rights: it lies on a read-only file system.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_PROMPT_DISMISSED</source>
+        <translation>The administrator password is required to do this.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_ELEVATOR_UNAVAILABLE</source>
+        <translation>Administrator rights could not be obtained ({cause}). Please make sure an authentication agent is running, or ask your administrator.</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_INSTALLER_DAMAGED</source>
+        <translation>This installer is damaged: {script} is missing or cannot be run. Please download {product} again from {address}</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_UNPACK_FAILED</source>
+        <translation>A downloaded archive could not be unpacked: {cause}. Please try again later, or download {product} from {address}</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_LAUNCH_FAILED</source>
+        <translation>{product} could not be started. Please download {product} from {address}</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_NOTHING_INSTALLED</source>
+        <translation>{product} is not installed, and the update server offers nothing to install.</translation>
+    </message>
+    <message>
+        <source>IDS_INSTALLER_TRY_AGAIN</source>
+        <translation>Try Again</translation>
+    </message>
+    <message>
+        <source>IDS_ERROR_INVALID_ARCHIVE</source>
+        <translation>A downloaded archive cannot be used: {cause}. Please try again later, or download {product} from {address}</translation>
     </message>
 </context>
 </TS>

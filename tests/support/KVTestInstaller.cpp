@@ -37,10 +37,12 @@ QString KVTestInstaller::version() const
     return bundle ? bundle->bundleVersion() : QString();
 }
 
-KVTestInstaller::Outcome KVTestInstaller::run(const QStringList &arguments, int timeoutMilliseconds) const
+KVTestInstaller::Outcome KVTestInstaller::run(const QStringList &arguments, int timeoutMilliseconds,
+                                              const QStringList &launcher) const
 {
     QProcess installer;
-    installer.start(executablePath(), arguments);
+    const QStringList command = launcher + QStringList{executablePath()} + arguments;
+    installer.start(command.first(), command.mid(1));
     Outcome outcome;
     outcome.finished = installer.waitForStarted(10000) &&
                        QTest::qWaitFor([&] { return installer.state() == QProcess::NotRunning; }, timeoutMilliseconds);

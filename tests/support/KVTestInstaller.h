@@ -30,9 +30,10 @@ public:
     // CFBundleVersion of the copy as it is on disk now.
     QString version() const;
 
-    // Runs the copy and waits for it, turning the test's event loop meanwhile, so that servers of
-    // the test keep answering.
-    Outcome run(const QStringList &arguments = headlessArguments, int timeoutMilliseconds = 120000) const;
+    // Runs the copy, through the launcher's program and arguments when given, and waits for it,
+    // turning the test's event loop meanwhile, so that servers of the test keep answering.
+    Outcome run(const QStringList &arguments = headlessArguments, int timeoutMilliseconds = 120000,
+                const QStringList &launcher = {}) const;
 
 private:
     QString m_bundlePath;
