@@ -18,22 +18,32 @@ QString applicationPath()
     return KVTestSandbox::current().applicationsDirectory() + QStringLiteral("/Nestora.app");
 }
 
-// Installed state as the data rows give it: "absent", "file", "no version" or a CFBundleVersion.
+void writeFile(const QString &path, const QByteArray &contents)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size());
+}
+
+// Installed state as the data rows give it: "absent", "file", "no version", "no Info.plist",
+// "unreadable Info.plist", "no program" or a CFBundleVersion.
 void install(const QString &path, const QString &state)
 {
     if (state == QLatin1String("absent"))
         return;
-    QDir().mkpath(QFileInfo(path).path());
-    if (state == QLatin1String("file")) {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        return;
-    }
-    QVariantMap info{{"CFBundleIdentifier", "com.keldran.test"}};
-    if (state != QLatin1String("no version"))
+    if (state == QLatin1String("file"))
+        return writeFile(path, {});
+    QVariantMap info{{"CFBundleIdentifier", "com.keldran.test"}, {"CFBundleExecutable", "Nestora"}};
+    if (!state.startsWith(QLatin1String("no ")) && !state.startsWith(QLatin1String("unreadable ")))
         info.insert(QStringLiteral("CFBundleVersion"), state);
-    QDir().mkpath(path + QStringLiteral("/Contents"));
-    QVERIFY(KVPropertyList::writeDictionary(path + QStringLiteral("/Contents/Info.plist"), info));
+    if (state != QLatin1String("no program"))
+        writeFile(path + QStringLiteral("/Contents/MacOS/Nestora"), "#!/bin/sh\n");
+    const QString infoPath = path + QStringLiteral("/Contents/Info.plist");
+    QDir().mkpath(QFileInfo(infoPath).path());
+    if (state == QLatin1String("unreadable Info.plist"))
+        writeFile(infoPath, "<?xml version=\"1.0\"?><plist><dict><key>CFBundleVersion");
+    else if (state != QLatin1String("no Info.plist"))
+        QVERIFY(KVPropertyList::writeDictionary(infoPath, info));
 }
 
 void writeHistory(const QVariantMap &history)
@@ -177,6 +187,14 @@ private Q_SLOTS:
         QTest::newRow("a file in its place") << manifest("LatestVersion=" + older) << "file" << older << QStringList();
         QTest::newRow("bundle without version is never updated")
             << manifest("LatestVersion=" + newer) << "no version" << QString() << QStringList();
+        // A damaged installation counts as none, whatever its version, and is installed again.
+        QTest::newRow("no Info.plist") << manifest("LatestVersion=" + older) << "no Info.plist" << older
+                                       << QStringList();
+        QTest::newRow("unreadable Info.plist")
+            << manifest("LatestVersion=" + older) << "unreadable Info.plist" << older
+            << QStringList{"KVPropertyList damaged property list " + applicationPath() +
+                           "/Contents/Info.plist is read as absent"};
+        QTest::newRow("no program") << manifest("LatestVersion=" + older) << "no program" << older << QStringList();
         QTest::newRow("per-system entry wins") << manifest("LatestVersion=" + older + "\nLatestVersion_11.2=" + newer)
                                                << "absent" << newer << QStringList();
         QTest::newRow("other system's entry is skipped")

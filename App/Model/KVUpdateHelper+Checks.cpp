@@ -11,13 +11,15 @@ const QString kClassName = QStringLiteral("KVUpdateHelper");
 const QLatin1String kLatestVersionPrefix("LatestVersion_");
 
 // A release section's version: the last "_"-part of its name.
-QString releaseVersion(const QString &sectionName) {
+QString releaseVersion(const QString &sectionName)
+{
     return sectionName.section(QLatin1Char('_'), -1);
 }
 
 // The release an application or plug-in index points at on this system: its "Debug" choice, else
 // its "LatestVersion_<system>" entry, else the value of its last item that is not per-system.
-QString releaseNameOfIndex(const KVINISection &index) {
+QString releaseNameOfIndex(const KVINISection &index)
+{
     QString name = index.valueForKey(QStringLiteral("Debug"));
     if (name.isNull())
         name = index.valueForKey(kLatestVersionPrefix + KVUpdateHelper::OSVersion());
@@ -31,16 +33,28 @@ QString releaseNameOfIndex(const KVINISection &index) {
 
 // A release of a bundle (application or plug-in) is due when nothing is installed at its place,
 // when no bundle can be opened there, or when the installed bundle's version is lower.
-bool isBundleReleaseDue(const QString &installedPath, const QString &releaseName) {
+bool isBundleReleaseDue(const QString &installedPath, const QString &releaseName)
+{
     if (!QFileInfo::exists(installedPath))
         return true;
     const std::optional<KVBundle> installed = KVBundle::bundleWithPath(installedPath);
-    return !installed ||
-           compareVersion(installed->bundleVersion(), releaseVersion(releaseName)) == KVOrderedAscending;
+    return !installed || compareVersion(installed->bundleVersion(), releaseVersion(releaseName)) == KVOrderedAscending;
+}
+
+// An application that cannot start counts as not installed, so that it is offered and repaired:
+// its Info.plist is missing, unreadable or empty, or its program is missing.
+bool isDamagedApplication(const QString &installedPath)
+{
+    const std::optional<KVBundle> installed = KVBundle::bundleWithPath(installedPath);
+    if (!installed || installed->infoDictionary().isEmpty())
+        return true;
+    const QString program = installed->executablePath();
+    return program.isEmpty() || !QFileInfo(program).isFile();
 }
 
 // A data item is due when it was never deployed, or when the manifest offers a higher version.
-bool isDataItemDue(const QString &installedVersion, const KVINISection &section) {
+bool isDataItemDue(const QString &installedVersion, const KVINISection &section)
+{
     if (installedVersion.isNull())
         return true;
     const QString latest = section.valueForKey(QStringLiteral("LatestVersion"));
@@ -48,8 +62,8 @@ bool isDataItemDue(const QString &installedVersion, const KVINISection &section)
 }
 } // namespace
 
-void KVUpdateHelper::checkInstallerUpdateWithcompletionHandler(
-    std::function<void(KVINISectionPtr, KVError)> handler) {
+void KVUpdateHelper::checkInstallerUpdateWithcompletionHandler(std::function<void(KVINISectionPtr, KVError)> handler)
+{
     m_queue->async([this, handler = std::move(handler)] {
         KVError error;
         downloadUpdateINI(false, &error);
@@ -61,8 +75,8 @@ void KVUpdateHelper::checkInstallerUpdateWithcompletionHandler(
     });
 }
 
-void KVUpdateHelper::checkUpdateWithcompletionHandler(
-    std::function<void(QList<KVINISectionPtr>, KVError)> handler) {
+void KVUpdateHelper::checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler)
+{
     m_queue->async([this, handler = std::move(handler)] {
         QList<KVINISectionPtr> sections;
         KVError error;
@@ -84,7 +98,8 @@ void KVUpdateHelper::checkUpdateWithcompletionHandler(
     });
 }
 
-KVINISectionPtr KVUpdateHelper::checkInstallerUpdate() {
+KVINISectionPtr KVUpdateHelper::checkInstallerUpdate()
+{
     const KVINISectionPtr index = m_INI ? m_INI->sectionWithName(QStringLiteral("Mac_Installer")) : nullptr;
     if (!index)
         return nullptr;
@@ -104,8 +119,8 @@ KVINISectionPtr KVUpdateHelper::checkInstallerUpdate() {
         const QString systemVersion = OSVersion();
         if (osSupport.isNull() || !osSupport.split(QLatin1Char(';')).contains(systemVersion)) {
             // The third value has always been nil; the line is kept exactly so.
-            KVLogError("%@: os support not matched, system version:%@, os supoort:%@,", kClassName,
-                       systemVersion, QString());
+            KVLogError("%@: os support not matched, system version:%@, os supoort:%@,", kClassName, systemVersion,
+                       QString());
             return nullptr;
         }
     }
@@ -122,7 +137,8 @@ KVINISectionPtr KVUpdateHelper::checkInstallerUpdate() {
     return target;
 }
 
-KVINISectionPtr KVUpdateHelper::checkAppUpdate() {
+KVINISectionPtr KVUpdateHelper::checkAppUpdate()
+{
     const KVINISectionPtr index = m_INI ? m_INI->sectionWithName(QStringLiteral("Mac_Application")) : nullptr;
     if (!index)
         return nullptr;
@@ -135,10 +151,11 @@ KVINISectionPtr KVUpdateHelper::checkAppUpdate() {
         KVLogError("%s: failed to get deployment path for section %@", __func__, release->name());
         return nullptr;
     }
-    return isBundleReleaseDue(path, release->name()) ? release : nullptr;
+    return isBundleReleaseDue(path, release->name()) || isDamagedApplication(path) ? release : nullptr;
 }
 
-QList<KVINISectionPtr> KVUpdateHelper::checkPlugInsUpdate(const QStringList &plugInNames) {
+QList<KVINISectionPtr> KVUpdateHelper::checkPlugInsUpdate(const QStringList &plugInNames)
+{
     QList<KVINISectionPtr> due;
     if (!m_INI)
         return due;
@@ -165,7 +182,8 @@ QList<KVINISectionPtr> KVUpdateHelper::checkPlugInsUpdate(const QStringList &plu
 
 void KVUpdateHelper::updatePlungInsWithFeatureNames(const QStringList &) {}
 
-QList<KVINISectionPtr> KVUpdateHelper::checkDeviceXMLAndIconUpdate() {
+QList<KVINISectionPtr> KVUpdateHelper::checkDeviceXMLAndIconUpdate()
+{
     const std::pair<QString, QString (KVUpdateHelper::*)() const> dataItems[] = {
         {QStringLiteral("Device_XML"), &KVUpdateHelper::currentVersionOfDevicesXML},
         {QStringLiteral("Device_Icon"), &KVUpdateHelper::currentVersionOfDeviceIcons},
@@ -183,7 +201,8 @@ QList<KVINISectionPtr> KVUpdateHelper::checkDeviceXMLAndIconUpdate() {
     return due;
 }
 
-KVINISectionPtr KVUpdateHelper::checkSmartCardsUpdate() {
+KVINISectionPtr KVUpdateHelper::checkSmartCardsUpdate()
+{
     const KVINISectionPtr section = m_INI ? m_INI->sectionWithName(QStringLiteral("Smart_Cards")) : nullptr;
     const QString installedVersion = currentVersionOfSmartCard();
     if (installedVersion.isNull())
