@@ -6,12 +6,12 @@
 // A running process of an application bundle. Linux has no registry of running applications, so
 // they are found in /proc: a process belongs to a bundle when its executable lies in the bundle's
 // Contents/MacOS/ folder, and carries the identifier of that bundle's Info.plist.
-class KVRunningApplication {
+class KVRunningApplication
+{
 public:
-    // Every process of a bundle with exactly this identifier, by ascending process id. Processes
-    // of other users whose executable cannot be read are not seen.
-    static QList<KVRunningApplication>
-    runningApplicationsWithBundleIdentifier(const QString &bundleIdentifier);
+    // Every process of the calling user (by real user id, so root sees only root's) of a bundle
+    // with exactly this identifier, by ascending process id.
+    static QList<KVRunningApplication> runningApplicationsWithBundleIdentifier(const QString &bundleIdentifier);
 
     qint64 processIdentifier() const { return m_processIdentifier; }
     const QString &bundlePath() const { return m_bundlePath; }

@@ -136,14 +136,20 @@ private Q_SLOTS:
         QTest::addColumn<QString>("programName"); // empty: the built one, "Nestora"
         QTest::addColumn<bool>("alreadyRunning");
         QTest::addColumn<float>("delay");
+        QTest::addColumn<bool>("wrapped"); // the program is a script that execs the real one under another name
 
-        QTest::newRow("already running: first attempt only") << "Nestora.app" << QString() << true << 0.0f;
+        QTest::newRow("already running: first attempt only") << "Nestora.app" << QString() << true << 0.0f << false;
         QTest::newRow("name longer than Linux keeps") << "NestoraCompanionApp.app"
-                                                      << "NestoraCompanionApp" << false << 0.0f;
+                                                      << "NestoraCompanionApp" << false << 0.0f << false;
         QTest::newRow("long name, already running") << "NestoraCompanionApp.app"
-                                                    << "NestoraCompanionApp" << true << 0.0f;
-        QTest::newRow("bundle renamed, program not") << "Nestora 2.app" << QString() << false << 0.0f;
-        QTest::newRow("delay comes first") << "Nestora.app" << QString() << false << 0.6f;
+                                                    << "NestoraCompanionApp" << true << 0.0f << false;
+        // Linux cuts the name in the middle of the last character.
+        QTest::newRow("name cut inside a character") << "Nestora.app"
+                                                     << "NestoraCompañía" << false << 0.0f << false;
+        QTest::newRow("bundle renamed, program not") << "Nestora 2.app" << QString() << false << 0.0f << false;
+        QTest::newRow("wrapper script") << "Nestora.app" << QString() << false << 0.0f << true;
+        QTest::newRow("wrapper script, already running") << "Nestora.app" << QString() << true << 0.0f << true;
+        QTest::newRow("delay comes first") << "Nestora.app" << QString() << false << 0.6f << false;
     }
 
     void scriptStopsOnceTheProgramRuns()
@@ -152,9 +158,18 @@ private Q_SLOTS:
         QFETCH(QString, programName);
         QFETCH(bool, alreadyRunning);
         QFETCH(float, delay);
+        QFETCH(bool, wrapped);
 
         const QString bundle = applicationsFolder() + QLatin1Char('/') + bundleName;
         QVERIFY(KVTestCompanion::install(bundle, programName));
+        if (wrapped) {
+            const QString program = bundle + QStringLiteral("/Contents/MacOS/Nestora");
+            QVERIFY(QFile::rename(program, program + QStringLiteral("-bin")));
+            QFile wrapper(program);
+            QVERIFY(wrapper.open(QIODevice::WriteOnly));
+            wrapper.write("#!/bin/sh\nexec \"$0-bin\" \"$@\"\n");
+            QVERIFY(wrapper.setPermissions(wrapper.permissions() | QFile::ExeOwner));
+        }
         if (alreadyRunning)
             KVUpdateHelper::launchWithBundlePath(bundle, {QStringLiteral("first")}, 0);
         const int before = alreadyRunning ? 1 : 0;
@@ -223,6 +238,14 @@ private Q_SLOTS:
             QVERIFY(procLink(process, "fd/" + descriptor) != markerPath);
         QCOMPARE(::getsid(pid_t(process)), pid_t(process)); // leads a session of its own
         QCOMPARE(procLink(process, "cwd"), QStringLiteral("/"));
+        QFile status(QStringLiteral("/proc/%1/status").arg(process));
+        QVERIFY(status.open(QIODevice::ReadOnly));
+        const QByteArray statusText = status.readAll();
+        const qsizetype ignored = statusText.indexOf("SigIgn:");
+        QVERIFY(ignored >= 0);
+        // None of the standard signals 1 to 31 ignored (the runtime may set aside its own above them).
+        const quint64 ignoredSignals = statusText.mid(ignored + 7, 17).trimmed().toULongLong(nullptr, 16);
+        QCOMPARE(ignoredSignals & 0x7fffffffULL, 0ULL);
     }
 
     void launchedProgramOutlivesItsLauncher()
@@ -253,10 +276,25 @@ private Q_SLOTS:
 
         KVUpdateHelper engine(kManifestURL);
         QVERIFY(!engine.terminateWithBundleId(identifier)); // none running
+        const QString program = companionPath() + QStringLiteral("/Contents/MacOS/Nestora");
         for (const QString &bundle : {companionPath(), companionPath(), bystander}) {
             KVError error;
             QVERIFY(KVDetachedProcess::start(bundle + QStringLiteral("/Contents/MacOS/Nestora"), {}, &error));
             QVERIFY(error.isNull());
+        }
+        // Another user's instance (by real user id; root may still read and signal it): a program
+        // that, unlike a Qt one, runs with real and effective user ids apart.
+        std::optional<qint64> othersInstance;
+        if (::getuid() == 0) {
+            const QString foreign = applicationsFolder() + QStringLiteral("/Foreign.app");
+            const QString sleeper = foreign + QStringLiteral("/Contents/MacOS/Nestora");
+            QVERIFY(KVTestCompanion::install(foreign, {}, identifier));
+            QVERIFY(QFile::remove(sleeper) && QFile::copy(QStringLiteral("/usr/bin/sleep"), sleeper));
+            othersInstance =
+                KVDetachedProcess::start(QStringLiteral("/usr/bin/setpriv"),
+                                         {QStringLiteral("--ruid=65534"), sleeper, QStringLiteral("600")}, nullptr);
+            QVERIFY(othersInstance);
+            QTRY_COMPARE(procLink(*othersInstance, "exe"), sleeper);
         }
         QTRY_COMPARE(m_companion->starts().size(), 3);
         const QList<KVTestCompanion::Start> starts = m_companion->starts();
@@ -270,6 +308,7 @@ private Q_SLOTS:
         };
         QTRY_COMPARE(runningInstances(), 1);
         QVERIFY(!engine.terminateWithBundleId(identifier));
+        QVERIFY(!othersInstance || KVTestCompanion::isRunning(*othersInstance));
         QVERIFY(engine.terminateWithBundleId(bystanderIdentifier)); // the bystander was left alone
     }
 };

@@ -17,29 +17,12 @@ const QString kClassName = QStringLiteral("KVUpdateHelper");
 const QString kLaunchDateKey = QStringLiteral("InstallerLastLaunchDate");
 const QString kUpdateDateKey = QStringLiteral("InstallerUpdateDate");
 constexpr int kLastLaunchAttempt = 10; // attempts 0 to 10
-// Linux keeps a process name (what pgrep -x matches) to its first 15 bytes.
-constexpr qsizetype kProcessNameLength = 15;
 
 QString secondsSince1970(const QDateTime &date)
 {
     return KVNumberText(double(date.toMSecsSinceEpoch()) / 1000.0);
 }
 
-// What pgrep -x must find once the program runs, as an extended regular expression that matches
-// only that text. Linux names a process after its program file (the bundle's CFBundleExecutable,
-// which is what the bundle's name stands for elsewhere), cut to its first 15 bytes.
-QString processNamePattern(const QString &executablePath)
-{
-    static const QString specialCharacters = QStringLiteral(".[]{}()*+?^$|\\");
-    const QByteArray name = QFileInfo(executablePath).fileName().toUtf8().left(kProcessNameLength);
-    QString pattern;
-    for (const QChar character : QString::fromUtf8(name)) {
-        if (specialCharacters.contains(character))
-            pattern += QLatin1Char('\\');
-        pattern += character;
-    }
-    return pattern;
-}
 // Why the application at the bundle path cannot be started, or the null error when it can.
 KVError launchabilityOfApplication(const QString &bundlePath)
 {
@@ -115,18 +98,23 @@ void KVUpdateHelper::launchWithBundlePath(const QString &bundlePath, const QStri
         KVLogError("%@ no application to launch at %@", kClassName, bundlePath);
         return;
     }
+    // The subshell puts back the default handling of SIGINT and SIGQUIT, which bash sets to
+    // "ignore" for every command it runs in the background.
     const QString openCommand =
-        QStringLiteral("sleep %1; setsid -- %2 </dev/null >/dev/null 2>&1 & "
+        QStringLiteral("sleep %1; (trap - INT QUIT; exec setsid -- %2 </dev/null >/dev/null 2>&1) & "
                        "while [ /proc/$!/exe -ef /proc/$$/exe -o /proc/$!/exe -ef \"$(type -P setsid)\" ]; "
                        "do sleep 0.01; done;")
             .arg(QString::number(after, 'f', 6), KVShellQuoting::joined(QStringList{executable} + arguments));
-    // Try until a process of the program's name runs. When one already runs (the installer that
-    // is about to end, say), the first attempt is the only one. Linux's pgrep has no -q, so its
-    // list of matches goes to /dev/null instead.
-    const QString script = QStringLiteral("PROCESS=%1 \n for i in {0..%2}; do \n %3 \n"
-                                          " if pgrep -x -- \"$PROCESS\" >/dev/null; then \n break \n fi \n done")
-                               .arg(KVShellQuoting::quoted(processNamePattern(executable)),
-                                    QString::number(kLastLaunchAttempt), openCommand);
+    // Try until the program runs: the process just started is still alive (whatever program it
+    // has become), or a process of this user runs a program from the bundle's executable folder
+    // (one that handed over to a running copy and ended, or the installer that is about to end).
+    // Processes are told by their executable's path, never by a name Linux cuts to 15 bytes.
+    const QString script =
+        QStringLiteral("FOLDER=%1 \n running() { for p in $(pgrep -U \"$UID\"); do case $(readlink \"/proc/$p/exe\") in"
+                       " \"$FOLDER\"/*) return 0;; esac; done; return 1; } \n for i in {0..%2}; do \n %3 \n"
+                       " if [ -e /proc/$!/exe ] || running; then \n break \n fi \n done")
+            .arg(KVShellQuoting::quoted(QFileInfo(executable).path()), QString::number(kLastLaunchAttempt),
+                 openCommand);
     KVSystemLog::write(QStringLiteral("Command:%1").arg(script));
 
     KVError error;
