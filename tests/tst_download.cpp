@@ -11,6 +11,7 @@
 #include <QCryptographicHash>
 #include <QRegularExpression>
 #include <QSemaphore>
+#include <zlib.h>
 
 using namespace std::chrono_literals;
 
@@ -26,7 +27,8 @@ struct DownloadResult
     bool everyCallbackOnMainThread = true;
 };
 
-std::shared_ptr<DownloadResult> download(const QUrl &url, const QString &destination)
+std::shared_ptr<DownloadResult> download(const QUrl &url, const QString &destination,
+                                         std::optional<qint64> expectedSize = std::nullopt)
 {
     auto result = std::make_shared<DownloadResult>();
     KVUpdateHelper::downloadURL(
@@ -40,7 +42,8 @@ std::shared_ptr<DownloadResult> download(const QUrl &url, const QString &destina
             result->finished = true;
             result->path = path;
             result->error = error;
-        });
+        },
+        expectedSize);
     [&] { QTRY_VERIFY_WITH_TIMEOUT(result->finished, 20000); }();
     return result;
 }
@@ -52,6 +55,25 @@ QByteArray patternedBody(qsizetype size)
         body[i] = char((i * 7 + i / 251) & 0xff);
     return body;
 }
+
+// The data as a gzip stream, as a server sends a body with "Content-Encoding: gzip".
+QByteArray gzipped(const QByteArray &data)
+{
+    z_stream stream{};
+    constexpr int kGzipWindowBits = 15 + 16;
+    if (deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, kGzipWindowBits, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+        return {};
+    QByteArray output(qsizetype(deflateBound(&stream, uLong(data.size()))), Qt::Uninitialized);
+    stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(data.constData()));
+    stream.avail_in = uInt(data.size());
+    stream.next_out = reinterpret_cast<Bytef *>(output.data());
+    stream.avail_out = uInt(output.size());
+    const bool finished = deflate(&stream, Z_FINISH) == Z_STREAM_END;
+    output.truncate(qsizetype(stream.total_out));
+    deflateEnd(&stream);
+    return finished ? output : QByteArray();
+}
+const QList<std::pair<QByteArray, QByteArray>> kGzipHeader{{"Content-Encoding", "gzip"}};
 
 QString temporaryFolder()
 {
@@ -91,10 +113,14 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<qsizetype>("chunkSize");
         QTest::addColumn<bool>("redirected");
+        QTest::addColumn<bool>("encoded"); // sent gzip-encoded, and expected at the body's size
 
-        QTest::newRow("file in pieces") << patternedBody(3 * 1024 * 1024 + 17) << qsizetype(64 * 1024) << false;
-        QTest::newRow("zero bytes") << QByteArray() << qsizetype(0) << false;
-        QTest::newRow("behind a redirect") << patternedBody(70000) << qsizetype(0) << true;
+        QTest::newRow("file in pieces") << patternedBody(3 * 1024 * 1024 + 17) << qsizetype(64 * 1024) << false
+                                        << false;
+        QTest::newRow("zero bytes") << QByteArray() << qsizetype(0) << false << false;
+        QTest::newRow("behind a redirect") << patternedBody(70000) << qsizetype(0) << true << false;
+        QTest::newRow("gzip-encoded, expected size")
+            << patternedBody(3 * 1024 * 1024 + 17) << qsizetype(1024) << false << true;
     }
 
     void downloadsIntoTheDestination()
@@ -102,15 +128,18 @@ private slots:
         QFETCH(QByteArray, body);
         QFETCH(qsizetype, chunkSize);
         QFETCH(bool, redirected);
+        QFETCH(bool, encoded);
 
         KVTestHttpServer server;
-        server.setResponse("/file.zip", {200, body, {}, KVTestHttpServer::Behaviour::Answer, chunkSize});
+        server.setResponse("/file.zip", {200, encoded ? gzipped(body) : body,
+                                         encoded ? kGzipHeader : QList<std::pair<QByteArray, QByteArray>>(),
+                                         KVTestHttpServer::Behaviour::Answer, chunkSize});
         server.setRedirect("/moved.zip", server.url("/file.zip"));
         const QString destination = temporaryFolder() + QStringLiteral("/download.zip");
 
         KVLogCapture log;
         const QUrl url = server.url(redirected ? QStringLiteral("/moved.zip") : QStringLiteral("/file.zip"));
-        const auto result = download(url, destination);
+        const auto result = download(url, destination, encoded ? std::optional(qint64(body.size())) : std::nullopt);
 
         QVERIFY2(!result->error, qPrintable(result->error.description()));
         QCOMPARE(result->path, destination);
@@ -139,25 +168,40 @@ private slots:
     void failedDownloadLeavesNoFile_data()
     {
         QTest::addColumn<KVTestHttpServer::Response>("response");
+        QTest::addColumn<qint64>("expectedSize"); // 0: none
         QTest::addColumn<bool>("fullDisk");
         QTest::addColumn<QString>("domain");
         QTest::addColumn<qint64>("code");
 
+        using R = KVTestHttpServer::Response;
         using B = KVTestHttpServer::Behaviour;
         const QByteArray body = patternedBody(200000);
-        QTest::newRow("404") << KVTestHttpServer::Response{404, "no such file", {}, {}, 0} << false << KVURLErrorDomain
-                             << qint64(-1011);
-        QTest::newRow("dropped halfway") << KVTestHttpServer::Response{200, body, {}, B::DropHalfway, 0} << false
-                                         << KVURLErrorDomain << qint64(-1005);
-        QTest::newRow("stalled") << KVTestHttpServer::Response{200, body, {}, B::Stall, 0} << false << KVURLErrorDomain
-                                 << qint64(-1001);
-        QTest::newRow("full disk") << KVTestHttpServer::Response{200, patternedBody(2 << 20), {}, B::Answer, 128 << 10}
-                                   << true << KVCocoaErrorDomain << qint64(KVFileWriteOutOfSpaceError);
+        const QString url = KVURLErrorDomain;
+        QTest::newRow("404") << R{404, "no such file", {}, {}, 0} << qint64(0) << false << url << qint64(-1011);
+        QTest::newRow("dropped halfway") << R{200, body, {}, B::DropHalfway, 0} << qint64(0) << false << url
+                                         << qint64(-1005);
+        QTest::newRow("stalled") << R{200, body, {}, B::Stall, 0} << qint64(0) << false << url << qint64(-1001);
+        QTest::newRow("full disk") << R{200, patternedBody(2 << 20), {}, B::Answer, 128 << 10} << qint64(0) << true
+                                   << KVCocoaErrorDomain << qint64(KVFileWriteOutOfSpaceError);
+        // The stream is cut, but the length sent agrees with the cut stream.
+        QTest::newRow("gzip cut short") << R{200, gzipped(body).left(1000), kGzipHeader, B::Answer, 0} << qint64(0)
+                                        << false << url << qint64(-1005);
+        QTest::newRow("gzip cut short, expected size") << R{200, gzipped(body).left(1000), kGzipHeader, B::Answer, 0}
+                                                       << qint64(body.size()) << false << url << qint64(-1005);
+        QTest::newRow("shorter than expected")
+            << R{200, body, {}, B::Answer, 0} << qint64(body.size() + 1) << false << url << qint64(-1005);
+        QTest::newRow("longer than expected") << R{200, patternedBody(8 << 20), {}, B::Answer, 64 << 10}
+                                              << qint64(body.size()) << false << url << qint64(-1103);
+        QTest::newRow("gzip longer than expected") << R{200, gzipped(patternedBody(8 << 20)), kGzipHeader, B::Answer, 0}
+                                                   << qint64(body.size()) << false << url << qint64(-1103);
+        QTest::newRow("unknown encoding")
+            << R{200, body, {{"Content-Encoding", "br"}}, B::Answer, 0} << qint64(0) << false << url << qint64(-1016);
     }
 
     void failedDownloadLeavesNoFile()
     {
         QFETCH(KVTestHttpServer::Response, response);
+        QFETCH(qint64, expectedSize);
         QFETCH(bool, fullDisk);
         QFETCH(QString, domain);
         QFETCH(qint64, code);
@@ -170,7 +214,8 @@ private slots:
         server.setResponse("/file.zip", response);
 
         KVLogCapture log;
-        const auto result = download(server.url("/file.zip"), temporaryFolder() + QStringLiteral("/file.zip"));
+        const auto result = download(server.url("/file.zip"), temporaryFolder() + QStringLiteral("/file.zip"),
+                                     expectedSize > 0 ? std::optional(expectedSize) : std::nullopt);
 
         QVERIFY2(result->error.domain() == domain && result->error.code() == code,
                  qPrintable(result->error.description()));

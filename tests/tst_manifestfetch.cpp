@@ -120,6 +120,11 @@ private Q_SLOTS:
                                 << qint64(2) << false;
         QTest::newRow("stalls") << R{200, {}, {}, B::Stall, 0} << url << qint64(-1001) << true;
         QTest::newRow("closed without answer") << R{200, {}, {}, B::CloseAtOnce, 0} << url << qint64(-1005) << true;
+        // Read up to a ceiling of 4 MiB, whatever the server sends.
+        const QByteArray lines = QByteArray("[S]\n") + QByteArray(64 << 10, 'x') + '\n';
+        QTest::newRow("endless") << R{200, lines, {}, B::Endless, 0} << helper << qint64(2) << true;
+        QTest::newRow("over the ceiling")
+            << R{200, lines.repeated(65) + "[T]\n", {}, B::Answer, 0} << helper << qint64(2) << true;
     }
 
     void reportsEveryFailure()

@@ -63,6 +63,13 @@ private Q_SLOTS:
         // With CRLF, the n-th text line (from 1) has index 2(n-1).
         QTest::newRow("CRLF") << "[S]\r\na=1\r\nbad\r\n" << QStringList{prefix + "4, content: bad"};
         QTest::newRow("garbage before a header is silent") << "garbage\n[S]" << QStringList{};
+        // A flood of long invalid lines: the first ten, each cut short, then a count of the rest.
+        const QString longLine(5000, QLatin1Char('x'));
+        QStringList capped;
+        for (int index = 1; index <= 10; ++index)
+            capped << prefix + QString::number(index) + ", content: " + longLine.left(200);
+        QTest::newRow("flood is capped") << "[S]\n" + QStringList(1000, longLine).join('\n')
+                                         << capped + QStringList{"990 more invalid lines in update ini file"};
     }
     void logsInvalidLinesWithTheirIndex()
     {

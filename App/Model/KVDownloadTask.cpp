@@ -18,6 +18,12 @@ constexpr qint64 kBadServerResponseCode = -1011;
 // NSURLErrorNetworkConnectionLost: the connection ended before the whole body had arrived.
 constexpr qint64 kNetworkConnectionLostCode = -1005;
 
+// NSURLErrorDataLengthExceedsMaximum: the body went on beyond the length it may have.
+constexpr qint64 kDataLengthExceedsMaximumCode = -1103;
+
+// NSURLErrorCannotDecodeContentData: the body's content encoding could not be undone.
+constexpr qint64 kCannotDecodeContentDataCode = -1016;
+
 // The proxy the system's settings name for each request (on Linux: http_proxy, https_proxy,
 // no_proxy), chosen per manager so that the application-wide proxy set-up stays untouched.
 class SystemProxyFactory : public QNetworkProxyFactory
@@ -25,6 +31,16 @@ class SystemProxyFactory : public QNetworkProxyFactory
 public:
     QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override { return systemProxyForQuery(query); }
 };
+
+KVError urlError(qint64 code, const QString &description)
+{
+    return KVError(KVURLErrorDomain, code, {{KVLocalizedDescriptionKey, description}});
+}
+
+KVError undecodableError()
+{
+    return urlError(kCannotDecodeContentDataCode, QStringLiteral("The download could not be decoded."));
+}
 
 KVError errorOfFile(const QFileDevice &file)
 {
@@ -36,22 +52,23 @@ KVError errorOfFile(const QFileDevice &file)
 
 } // namespace
 
-void KVDownloadTask::start(const QUrl &url, const QString &destination, ProgressHandler progress,
-                           CompletionHandler completion)
+void KVDownloadTask::start(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+                           ProgressHandler progress, CompletionHandler completion)
 {
     Q_ASSERT(KVDispatch::isMainThread());
-    new KVDownloadTask(url, destination, std::move(progress), std::move(completion));
+    new KVDownloadTask(url, destination, expectedSize, std::move(progress), std::move(completion));
 }
 
-KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, ProgressHandler progress,
-                               CompletionHandler completion)
+KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+                               ProgressHandler progress, CompletionHandler completion)
     : m_file(destination)
+    , m_expectedSize(expectedSize && *expectedSize > 0 ? expectedSize : std::nullopt)
     , m_progress(std::move(progress))
     , m_completion(std::move(completion))
 {
     m_manager.setProxyFactory(new SystemProxyFactory);
     if (!m_file.open(QIODevice::WriteOnly)) {
-        m_fileError = errorOfFile(m_file);
+        m_stopError = errorOfFile(m_file);
         // Completion is always reported after start() has returned, as for a transfer.
         QMetaObject::invokeMethod(this, &KVDownloadTask::finish, Qt::QueuedConnection);
         return;
@@ -62,6 +79,9 @@ KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, Prog
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setTransferTimeout(int(KVUpdateHelper::networkTimeout().count()));
+    // Named here, so that the body arrives as sent and its length can be checked; it is decoded
+    // on arrival instead.
+    request.setRawHeader("Accept-Encoding", "gzip, deflate");
     m_reply = m_manager.get(request);
     m_reply->setReadBufferSize(kReadBufferSize);
     connect(m_reply, &QNetworkReply::readyRead, this, &KVDownloadTask::writeAvailableData);
@@ -75,49 +95,104 @@ bool KVDownloadTask::hasSuccessStatus() const
     return !status.isValid() || (status.toInt() >= 200 && status.toInt() < 300);
 }
 
-// A connection that breaks off can end a reply without an error (Qt retries a closed connection
-// and may then settle for what it got), so the length the server announced is checked as well.
-// A compressed body is unpacked on arrival and has no comparable length.
-bool KVDownloadTask::isShorterThanAnnounced() const
+// The decoder the body's Content-Encoding needs, once the headers are there. False when the body
+// comes in an encoding that cannot be undone.
+bool KVDownloadTask::prepareDecoding()
 {
-    const QVariant announced = m_reply->header(QNetworkRequest::ContentLengthHeader);
-    return announced.isValid() && !m_reply->hasRawHeader("Content-Encoding") &&
-           m_bytesWritten != announced.toLongLong();
+    if (m_decodingPrepared)
+        return true;
+    m_decodingPrepared = true;
+    const QByteArray encoding = m_reply->rawHeader("Content-Encoding");
+    if (KVContentDecoder::isIdentity(encoding))
+        return true;
+    m_decoder = KVContentDecoder::forEncoding(encoding);
+    return m_decoder != nullptr;
+}
+
+// False when the body has grown beyond what it may be or the file cannot take it.
+bool KVDownloadTask::writeToFile(QByteArrayView data)
+{
+    if (m_bytesWritten + data.size() > m_expectedSize.value_or(kDownloadCeiling)) {
+        stopWith(urlError(kDataLengthExceedsMaximumCode, QStringLiteral("The download was longer than announced.")));
+        return false;
+    }
+    // A disk that fills up takes part of a chunk without an error; writing the rest tells why.
+    for (qint64 offset = 0; offset < data.size();) {
+        const qint64 written = m_file.write(data.data() + offset, data.size() - offset);
+        if (written <= 0) {
+            stopWith(errorOfFile(m_file));
+            return false;
+        }
+        offset += written;
+    }
+    m_bytesWritten += data.size();
+    return true;
 }
 
 void KVDownloadTask::writeAvailableData()
 {
     // The body of a failure answer (an error page) is not the file asked for.
-    if (m_fileError || !hasSuccessStatus()) {
+    if (m_stopError || !hasSuccessStatus()) {
         m_reply->skip(m_reply->bytesAvailable());
+        return;
+    }
+    if (!prepareDecoding()) {
+        stopWith(undecodableError());
         return;
     }
     while (m_reply->bytesAvailable() > 0) {
         const QByteArray chunk = m_reply->read(kReadBufferSize);
-        // A disk that fills up takes part of a chunk without an error; writing the rest tells why.
-        for (qint64 offset = 0; offset < chunk.size();) {
-            const qint64 written = m_file.write(chunk.constData() + offset, chunk.size() - offset);
-            if (written <= 0) {
-                m_fileError = errorOfFile(m_file);
-                m_reply->abort(); // finishes the reply; the write error is what gets reported
+        m_bytesReceived += chunk.size();
+        if (!m_decoder) {
+            if (!writeToFile(chunk))
                 return;
-            }
-            offset += written;
+            continue;
         }
-        m_bytesWritten += chunk.size();
+        const bool decoded = m_decoder->decode(chunk, [this](QByteArrayView piece) { return writeToFile(piece); });
+        if (m_stopError)
+            return;
+        if (!decoded) {
+            stopWith(undecodableError());
+            return;
+        }
     }
+}
+
+void KVDownloadTask::stopWith(const KVError &error)
+{
+    m_stopError = error;
+    m_reply->abort(); // finishes the reply; this error is what gets reported
+}
+
+// A connection that breaks off can end a reply without an error (Qt retries a closed connection
+// and may then settle for what it got), so the body is measured against every length announced:
+// the Content-Length as sent, the end of an encoded stream, and the size the caller expects.
+KVError KVDownloadTask::lengthError() const
+{
+    bool hasLength = false;
+    const qint64 announced = m_reply->rawHeader("Content-Length").trimmed().toLongLong(&hasLength);
+    const bool complete = (!hasLength || m_bytesReceived == announced) && (!m_decoder || m_decoder->isComplete()) &&
+                          (!m_expectedSize || m_bytesWritten == *m_expectedSize);
+    if (complete)
+        return {};
+    return urlError(kNetworkConnectionLostCode, QStringLiteral("The network connection was lost."));
 }
 
 void KVDownloadTask::reportProgress(qint64 received, qint64 total)
 {
-    if (m_progress && !m_fileError && hasSuccessStatus())
+    if (!m_progress || m_stopError || !hasSuccessStatus())
+        return;
+    // The file's bytes, not the encoded ones, against the length the file will have.
+    if (m_decoder)
+        m_progress(KVTransferProgress{m_bytesWritten, m_expectedSize.value_or(-1)});
+    else
         m_progress(KVTransferProgress{received, total});
 }
 
 KVError KVDownloadTask::outcome()
 {
-    if (m_fileError)
-        return m_fileError;
+    if (m_stopError)
+        return m_stopError;
     if (const KVError transportError = KVTransportErrorOfReply(*m_reply))
         return transportError;
     if (!hasSuccessStatus()) {
@@ -127,13 +202,12 @@ KVError KVDownloadTask::outcome()
                         {KVHTTPStatusKey, status}});
     }
     if (m_reply->error() != QNetworkReply::NoError) // a protocol failure, such as an unsupported scheme
-        return KVError(KVURLErrorDomain, -1, {{KVLocalizedDescriptionKey, m_reply->errorString()}});
+        return urlError(-1, m_reply->errorString());
     writeAvailableData();
-    if (m_fileError)
-        return m_fileError;
-    if (isShorterThanAnnounced())
-        return KVError(KVURLErrorDomain, kNetworkConnectionLostCode,
-                       {{KVLocalizedDescriptionKey, QStringLiteral("The network connection was lost.")}});
+    if (m_stopError)
+        return m_stopError;
+    if (const KVError error = lengthError())
+        return error;
     if (!m_file.commit())
         return errorOfFile(m_file);
     return {};
@@ -141,7 +215,7 @@ KVError KVDownloadTask::outcome()
 
 void KVDownloadTask::finish()
 {
-    const KVError error = m_reply ? outcome() : m_fileError;
+    const KVError error = m_reply ? outcome() : m_stopError;
     if (error)
         m_file.cancelWriting(); // the temporary file goes; nothing appears under the destination's name
     if (m_completion)

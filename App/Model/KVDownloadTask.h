@@ -1,11 +1,15 @@
 #pragma once
 
+#include "App/Model/KVContentDecoder.h"
 #include "App/Model/KVUpdateTypes.h"
 
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QSaveFile>
 #include <QUrl>
+
+#include <memory>
+#include <optional>
 
 class QNetworkReply;
 
@@ -16,9 +20,12 @@ class QNetworkReply;
 //
 // A response other than 2xx is a failure (URL domain, -1011), as is any transport failure (URL
 // domain, see KVTransportErrorOfReply) and a file that cannot be written (Cocoa domain; 640 for a
-// full disk). Redirects are followed unless they lead to a less safe scheme; the system's proxy
-// settings apply; no cache is read or written; a transfer that receives nothing for
-// KVUpdateHelper::networkTimeout() fails.
+// full disk). The body must be exactly as long as announced: a body cut short (by its
+// Content-Length, by the end of its gzip or deflate stream, or by the expected size) fails with
+// -1005, one longer than the expected size (or than kDownloadCeiling without one) is cut off at
+// once and fails with -1103, and an encoding that cannot be undone fails with -1016. Redirects are followed unless they
+// lead to a less safe scheme; the system's proxy settings apply; no cache is read or written; a transfer that receives
+// nothing for KVUpdateHelper::networkTimeout() fails.
 class KVDownloadTask : public QObject
 {
     Q_OBJECT
@@ -27,26 +34,37 @@ public:
     using ProgressHandler = std::function<void(const KVTransferProgress &progress)>;
     using CompletionHandler = std::function<void(const QString &path, const KVError &error)>;
 
+    // The most a download without an expected size may bring.
+    static constexpr qint64 kDownloadCeiling = qint64(4) << 30;
+
     // Starts the transfer and returns at once. The task reports completion exactly once (the
-    // destination's path, or an empty path and the error) and then deletes itself.
-    // Thread: main.
-    static void start(const QUrl &url, const QString &destination, ProgressHandler progress,
-                      CompletionHandler completion);
+    // destination's path, or an empty path and the error) and then deletes itself. A positive
+    // expected size is the length the file must have. Thread: main.
+    static void start(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+                      ProgressHandler progress, CompletionHandler completion);
 
 private:
-    KVDownloadTask(const QUrl &url, const QString &destination, ProgressHandler progress, CompletionHandler completion);
+    KVDownloadTask(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+                   ProgressHandler progress, CompletionHandler completion);
 
     bool hasSuccessStatus() const;
-    bool isShorterThanAnnounced() const;
+    [[nodiscard]] bool prepareDecoding();
+    [[nodiscard]] bool writeToFile(QByteArrayView data);
     void writeAvailableData();
+    void stopWith(const KVError &error);
     void reportProgress(qint64 received, qint64 total);
     void finish();
     KVError outcome();
+    KVError lengthError() const;
 
     QNetworkAccessManager m_manager; // one per download: nothing is shared between downloads
     QSaveFile m_file;
     QNetworkReply *m_reply = nullptr;
-    KVError m_fileError;
+    const std::optional<qint64> m_expectedSize;
+    std::unique_ptr<KVContentDecoder> m_decoder;
+    bool m_decodingPrepared = false;
+    KVError m_stopError;        // why the transfer was broken off: the file, the length or the encoding
+    qint64 m_bytesReceived = 0; // as sent, before decoding
     qint64 m_bytesWritten = 0;
     ProgressHandler m_progress;
     CompletionHandler m_completion;

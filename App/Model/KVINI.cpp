@@ -4,12 +4,22 @@
 
 namespace {
 
+// How many invalid lines are logged, and how much of each.
+constexpr qsizetype kLoggedInvalidLines = 10;
+constexpr qsizetype kLoggedLineLength = 200;
+
 // Every character of the platform's newline set ends a line on its own, so "\r\n" yields an
 // empty line between the two.
 bool isNewline(QChar c)
 {
     switch (c.unicode()) {
-    case 0x000A: case 0x000B: case 0x000C: case 0x000D: case 0x0085: case 0x2028: case 0x2029:
+    case 0x000A:
+    case 0x000B:
+    case 0x000C:
+    case 0x000D:
+    case 0x0085:
+    case 0x2028:
+    case 0x2029:
         return true;
     default:
         return false;
@@ -50,6 +60,7 @@ KVINI::KVINI(const QString &text)
     if (text.isNull())
         return;
     KVINISectionPtr current;
+    qsizetype invalidLines = 0;
     const QStringList lines = splitLines(text);
     for (qsizetype i = 0; i < lines.size(); ++i) {
         const QString line = trimmedBlanks(lines[i]);
@@ -64,11 +75,16 @@ KVINI::KVINI(const QString &text)
             continue;
         const qsizetype equals = line.indexOf(QLatin1Char('='));
         if (equals < 0) {
-            KVLogError("invalid line in update ini file. line number: %d, content: %@", int(i), line);
+            // A damaged or hostile manifest must not flood the log: a few lines, each cut short.
+            if (++invalidLines <= kLoggedInvalidLines)
+                KVLogError("invalid line in update ini file. line number: %d, content: %@", int(i),
+                           line.left(kLoggedLineLength));
             continue;
         }
         current->addItemWithKey(line.left(equals), line.mid(equals + 1));
     }
+    if (invalidLines > kLoggedInvalidLines)
+        KVLogError("%d more invalid lines in update ini file", int(invalidLines - kLoggedInvalidLines));
 }
 
 KVINI KVINI::initWithContentOfFile(const QString & /*ignoredPath*/)

@@ -174,7 +174,8 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
                 m_completedBytes += m_sectionBytes;
             }
             finished.release();
-        });
+        },
+        KVUpdateHelper::expectedSizeOfSection(section));
     finished.acquire();
     if (m_runError)
         return false;

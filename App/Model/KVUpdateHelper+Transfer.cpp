@@ -2,6 +2,7 @@
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVFileHandle+MD5.h"
 #include "Core/Extensions/KVUUID.h"
+#include "Core/Extensions/KVVersionComparison.h"
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVStandardPaths.h"
 #include "Platform/KVUserDefaults.h"
@@ -14,7 +15,8 @@ const QString kClassName = QStringLiteral("KVUpdateHelper");
 
 void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
                                  std::function<void(const KVTransferProgress &)> progress,
-                                 std::function<void(const QString &path, const KVError &error)> completionHandler)
+                                 std::function<void(const QString &path, const KVError &error)> completionHandler,
+                                 std::optional<qint64> expectedSize)
 {
     KVLogVerbose("%@ will download url %@", kClassName, QUrl(url));
     const QString target =
@@ -27,9 +29,16 @@ void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
     };
     // The transfer lives on the main thread, so a caller on the engine's queue may block on a
     // semaphore until the completion arrives.
-    KVDispatch::asyncMain([url, target, progress = std::move(progress), completion = std::move(completion)] {
-        KVDownloadTask::start(QUrl(url), target, progress, completion);
-    });
+    KVDispatch::asyncMain(
+        [url, target, expectedSize, progress = std::move(progress), completion = std::move(completion)] {
+            KVDownloadTask::start(QUrl(url), target, expectedSize, progress, completion);
+        });
+}
+
+std::optional<qint64> KVUpdateHelper::expectedSizeOfSection(const KVINISection &section)
+{
+    const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
+    return bytes > 0 ? std::optional(bytes) : std::nullopt;
 }
 
 bool KVUpdateHelper::shouldVerifyMD5() const

@@ -21,6 +21,10 @@ namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
 std::atomic<qint64> networkTimeoutMilliseconds{60000};
 
+// The largest manifest read; a real one is a few kilobytes.
+constexpr qint64 kManifestCeiling = 4 << 20;
+constexpr qint64 kManifestReadBufferSize = 64 << 10;
+
 // A URL made from text the way the platform makes one: nothing for empty or malformed text.
 QUrl urlFromString(const QString &text)
 {
@@ -136,20 +140,33 @@ QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setTransferTimeout(int(networkTimeout().count()));
     QNetworkReply *reply = manager.get(request);
+    // Read as it arrives and only up to the ceiling: a body without end must not fill the memory.
+    reply->setReadBufferSize(kManifestReadBufferSize);
+    QByteArray received("");
+    const auto readBody = [&] {
+        received += reply->read(kManifestCeiling + 1 - received.size());
+        if (received.size() > kManifestCeiling && reply->isRunning())
+            reply->abort();
+    };
     QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::readyRead, &loop, readBody);
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     loop.exec(QEventLoop::ExcludeUserInputEvents);
+    readBody();
 
-    const KVError transportError = KVTransportErrorOfReply(*reply);
+    const bool tooLong = received.size() > kManifestCeiling;
+    const KVError transportError = tooLong ? KVError() : KVTransportErrorOfReply(*reply);
     KVLogVerbose("%@ did download url %@, error %@", kClassName, url, transportError);
 
     QByteArray body;
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     KVError outcome = transportError;
-    if (!transportError && status == 200) {
-        body = reply->readAll();
-        if (body.isNull())
-            body = QByteArray(""); // an empty 200 answer is data, not a missing answer
+    if (tooLong) {
+        outcome = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable,
+                          {{KVLocalizedFailureReasonErrorKey,
+                            QStringLiteral("the manifest is larger than %1 MiB").arg(kManifestCeiling >> 20)}});
+    } else if (!transportError && status == 200) {
+        body = received; // an empty 200 answer is data, not a missing answer
     } else if (!transportError) {
         outcome = KVError(KVURLErrorDomain, 2, {{KVHTTPStatusKey, status}});
     }

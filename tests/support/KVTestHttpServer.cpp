@@ -12,8 +12,7 @@ public:
     explicit KVTestHttpServerWorker(KVTestHttpServer &owner)
         : m_owner(owner)
         , m_server(this) // a child, so that it moves to the server's thread with the worker
-    {
-    }
+    {}
 
     quint16 listen()
     {
@@ -59,7 +58,8 @@ private:
             return;
         }
         QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + " Status\r\n";
-        head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
+        if (response.behaviour != Behaviour::Endless)
+            head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
         for (const auto &[name, value] : response.headers)
             head += name + ": " + value + "\r\n";
         head += "Connection: close\r\n\r\n";
@@ -70,7 +70,22 @@ private:
             QTimer::singleShot(50, socket, [socket] { socket->abort(); });
             return;
         }
+        if (response.behaviour == Behaviour::Endless) {
+            sendForever(socket, response.body);
+            return;
+        }
         sendBody(socket, response.body, response.chunkSize, 0);
+    }
+
+    // Tops the socket's buffer up whenever it runs low, for as long as the client reads.
+    void sendForever(QTcpSocket *socket, const QByteArray &piece)
+    {
+        const auto topUp = [socket, piece] {
+            while (socket->state() == QAbstractSocket::ConnectedState && socket->bytesToWrite() < (1 << 20))
+                socket->write(piece);
+        };
+        connect(socket, &QTcpSocket::bytesWritten, socket, topUp);
+        topUp();
     }
 
     void sendBody(QTcpSocket *socket, const QByteArray &body, qsizetype chunkSize, qsizetype offset)
@@ -95,16 +110,20 @@ KVTestHttpServer::KVTestHttpServer()
     m_thread.start();
     m_worker = new KVTestHttpServerWorker(*this);
     m_worker->moveToThread(&m_thread);
-    QMetaObject::invokeMethod(m_worker, [this] { m_port = m_worker->listen(); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(
+        m_worker, [this] { m_port = m_worker->listen(); }, Qt::BlockingQueuedConnection);
     Q_ASSERT(m_port != 0);
 }
 
 KVTestHttpServer::~KVTestHttpServer()
 {
-    QMetaObject::invokeMethod(m_worker, [this] {
-        m_worker->stop();
-        delete m_worker;
-    }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(
+        m_worker,
+        [this] {
+            m_worker->stop();
+            delete m_worker;
+        },
+        Qt::BlockingQueuedConnection);
     m_thread.quit();
     m_thread.wait();
 }

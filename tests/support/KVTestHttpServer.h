@@ -21,6 +21,7 @@ public:
         Stall,       // accept the request and never answer
         DropHalfway, // announce the whole length, send half the body, close the connection
         CloseAtOnce, // close the connection without answering
+        Endless,     // no length, and the body (repeated) until the client closes the connection
     };
 
     struct Response
