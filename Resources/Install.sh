@@ -24,6 +24,10 @@ exchange() {
     ' "$1" "$2"
 }
 
+# A reader that went away (the installer was killed) must not kill this script before its clean-up:
+# a write to a closed pipe then fails instead, and the script goes on.
+trap '' PIPE
+
 [ $# -eq 3 ] || fail "usage: Install.sh <installed application> <new application> <applications folder>"
 installed=$1
 new=$2
@@ -39,8 +43,20 @@ if [ -L "$new" ] || [ ! -e "$new" ]; then
     fail "the new application is missing or a link: $new"
 fi
 
+# Staging folders that a killed run left behind: only folders made here, told by their marker.
+marker=.nestora-install-staging
+for stale in "$folder"/.install-*; do
+    if [ -d "$stale" ] && [ ! -L "$stale" ] && [ -f "$stale/$marker" ]; then
+        rm -rf -- "$stale"
+    fi
+done
+
 stage=$(mktemp -d "$folder/.install-XXXXXX") || fail "cannot create a staging folder in $folder"
 trap 'rm -rf -- "$stage"' EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
+: >"$stage/$marker"
 
 # A copy, not a move: the new application lies in the user's temporary folder, possibly on
 # another file system, and the user must not be able to change it while root works on it.
@@ -56,4 +72,4 @@ else
     mv -T -- "$stage/app" "$installed" || fail "cannot move the new application to $installed"
 fi
 # The old application now lies in the staging folder, which the exit trap removes.
-printf 'Install.sh: installed %s\n' "$installed"
+printf 'Install.sh: installed %s\n' "$installed" || true

@@ -1,6 +1,7 @@
 // Unpacking archives and deploying their items: plain, across file systems, on a full disk, with
 // administrator rights through a stand-in elevator, and the installer's own swap.
 
+#include "App/Model/KVLeftovers.h"
 #include "App/Model/KVPrivilegeHelper.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVShellQuoting.h"
@@ -377,6 +378,30 @@ private slots:
         QVERIFY(!QFileInfo::exists(settingsPath()));
         QVERIFY(log.contains(QStringLiteral("KVUpdateHelper failed to deploy app to %1, error %2.")
                                  .arg(destination, error.description())));
+    }
+
+    void removesOnlyWhatEarlierRunsLeft()
+    {
+        const QString uuid = QStringLiteral("0F8FAD5B-D9CB-469F-A165-70867728950E");
+        const QString temporary = sandbox().temporaryDirectory();
+        const QString data = sandbox().dataHome() + QStringLiteral("/Nestora");
+        // The user's own entries, some of them named much like the installer's.
+        for (const QString &path : {temporary + "/" + uuid, temporary + "/nestora-unpack-mine/a",
+                                    applications() + "/.install-Ab12Cd/notes", applications() + "/.hidden",
+                                    applications() + "/Nestora.app/a", data + "/Devices/." + uuid.toLower() + "_a",
+                                    data + "/UpdateHistory.plist", data + "/UpdateHistory.plist.bak"})
+            QVERIFY(writeFile(path, "mine"));
+        const QStringList usersOwn = treeOf(sandbox().root());
+        // What killed runs left: extraction folders, downloads, partial copies, staging folders.
+        for (const QString &path :
+             {temporary + "/nestora-unpack-" + uuid + "/Nestora.app/a", temporary + "/keldran-vexa-app.zip",
+              temporary + "/keldran-vexa-app.zip.Xy12Zw", applications() + "/." + uuid + "_Nestora.app/a",
+              applications() + "/.install-Xy12Zw/.nestora-install-staging", data + "/Devices/." + uuid + "_Icons/a",
+              data + "/UpdateHistory.plist.Xy12Zw"})
+            QVERIFY(writeFile(path, "left"));
+
+        KVLeftovers::removeLeftoversOfEarlierRuns({applications(), data, data + QStringLiteral("/Devices")});
+        QCOMPARE(treeOf(sandbox().root()), usersOwn);
     }
 
     void deployInstaller_data()

@@ -7,14 +7,20 @@
 #include "KVTestFiles.h"
 #include "KVTestInstallation.h"
 #include "KVTestInstaller.h"
+#include "KVTestMount.h"
 #include "KVTestSandbox.h"
 #include "KVTestUpdateServer.h"
 
 #include <QBuffer>
+#include <QDirIterator>
 #include <QProcess>
+#include <QRandomGenerator>
+#include <QScopeGuard>
 
 #include <cmath>
+#include <csignal>
 #include <memory>
+#include <unistd.h>
 
 using namespace KVTestInstallation;
 
@@ -44,6 +50,23 @@ QVariantMap currentHistory()
             {QStringLiteral("Smart_Cards"), KVTestUpdateServer::releaseSmartCards}};
 }
 
+// What runs left behind: anything in the temporary folder, and hidden entries (partial copies,
+// staging folders) anywhere in the applications and data folders.
+QStringList leftovers()
+{
+    const KVTestSandbox &sandbox = KVTestSandbox::current();
+    QStringList found =
+        QDir(sandbox.temporaryDirectory()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QString &folder : {sandbox.applicationsDirectory(), sandbox.dataHome()}) {
+        QDirIterator entries(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                             QDirIterator::Subdirectories);
+        while (entries.hasNext())
+            if (entries.nextFileInfo().fileName().startsWith(QLatin1Char('.')))
+                found << entries.fileInfo().filePath();
+    }
+    return found;
+}
+
 // Downloads that a run left in the temporary folder.
 QStringList leftDownloads()
 {
@@ -68,6 +91,8 @@ private Q_SLOTS:
     void commandLineAnsweredWithoutWindow();
     void progressBar_data();
     void progressBar();
+    void killedRunLeavesOldOrNewAndNothingBehind_data();
+    void killedRunLeavesOldOrNewAndNothingBehind();
 
 private:
     [[nodiscard]] bool startServer();
@@ -313,6 +338,56 @@ void EndToEndInstallTest::progressBar()
     bar.setProgress(1.3f, QString()); // a server that sent more than announced
     bar.finish();
     QCOMPARE(output.data(), expected);
+}
+
+void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind_data()
+{
+    QTest::addColumn<quint32>("seed");
+    for (quint32 seed = 1; seed <= 10; ++seed)
+        QTest::addRow("seed %u", seed) << seed;
+}
+
+// The installer is killed at a random moment of an update (with the programs it runs), then
+// started again: the application is the old one or the new one at every moment, and the second
+// run completes the update and removes whatever the first one left.
+void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind()
+{
+    QFETCH(quint32, seed);
+    // The applications folder on a file system of its own: the application is copied across, and
+    // a kill can fall into the copy.
+    const std::unique_ptr<KVTestMount> applications =
+        KVTestMount::tmpfs(KVTestSandbox::current().applicationsDirectory(), 256 << 20);
+    if (!applications)
+        QSKIP("mounting a file system needs root");
+    // Before the mount goes; nginx first, as it runs from the sandbox like a launch under way.
+    const auto stopCompanionFirst = qScopeGuard([this] {
+        m_server.reset();
+        m_companion->stopAll();
+    });
+    QVERIFY(m_server->addNestoraRelease());
+    QVERIFY(startServer());
+    QVERIFY(installApplication(QStringLiteral("2.0.0")));
+    const Snapshot oldApplication = snapshot(applicationPath());
+    const Snapshot newApplication = releaseSnapshot(KVTestUpdateServer::releaseApplication);
+
+    QProcess killed;
+    killed.setChildProcessModifier([] { ::setpgid(0, 0); }); // a group of its own, with unzip and the scripts
+    killed.start(m_installer.executablePath(), KVTestInstaller::headlessArguments);
+    QVERIFY(killed.waitForStarted());
+    const pid_t group = pid_t(killed.processId());
+    QVERIFY(group > 0);
+    QTest::qWait(int(QRandomGenerator(seed).bounded(2500)));
+    if (killed.state() != QProcess::NotRunning)
+        QCOMPARE(::kill(-group, SIGKILL), 0);
+    QVERIFY(killed.state() == QProcess::NotRunning || killed.waitForFinished());
+    const Snapshot afterKill = snapshot(applicationPath());
+    QVERIFY(afterKill == oldApplication || afterKill == newApplication);
+
+    const KVTestInstaller::Outcome outcome = m_installer.run();
+    QVERIFY2(outcome.exitStatus == KVHeadlessDriver::Succeeded, qPrintable(outcome.errors));
+    QCOMPARE(snapshot(applicationPath()), newApplication);
+    QCOMPARE(history(), currentHistory());
+    QCOMPARE(leftovers(), QStringList());
 }
 
 NESTORA_TEST_MAIN(EndToEndInstallTest)

@@ -38,11 +38,15 @@ QString writeScript(const QString &body)
 }
 
 // Runs the install script with the arguments; its exit code, and its output in the given channel.
-std::pair<int, QString> runInstallScript(const QStringList &arguments, QProcess::ProcessChannel channel)
+// With closeOutput, nobody reads its standard output, as when the installer was killed.
+std::pair<int, QString> runInstallScript(const QStringList &arguments, QProcess::ProcessChannel channel,
+                                         bool closeOutput = false)
 {
     QProcess script;
     script.setReadChannel(channel);
     script.start(QStringLiteral("/bin/sh"), QStringList{installScript()} + arguments);
+    if (closeOutput && script.waitForStarted())
+        script.closeReadChannel(QProcess::StandardOutput);
     if (!script.waitForFinished())
         return {-1, QString()};
     return {script.exitCode(), QString::fromUtf8(script.readAll())};
@@ -186,14 +190,17 @@ private slots:
     void installScriptReplaces_data()
     {
         QTest::addColumn<bool>("installed");
+        QTest::addColumn<bool>("afterKilledRun"); // a staging folder left, and nobody reads the output
 
-        QTest::newRow("over an installed application") << true;
-        QTest::newRow("first installation") << false;
+        QTest::newRow("over an installed application") << true << false;
+        QTest::newRow("first installation") << false << false;
+        QTest::newRow("after a killed run, output closed") << true << true;
     }
 
     void installScriptReplaces()
     {
         QFETCH(bool, installed);
+        QFETCH(bool, afterKilledRun);
 
         const QString destination = applications() + QStringLiteral("/Nestora.app");
         if (installed)
@@ -208,11 +215,21 @@ private slots:
         if (changesOwner)
             QCOMPARE(::chown(QFile::encodeName(applications()).constData(), 4321, 4322), 0);
 
-        QCOMPARE(runInstallScript({destination, newApp(), applications()}, QProcess::StandardOutput),
-                 std::make_pair(0, "Install.sh: installed " + destination + "\n"));
+        // The killed run's staging folder goes; a folder of the same pattern without its marker stays.
+        const QString usersOwn = QStringLiteral(".install-mine/notes.txt");
+        if (afterKilledRun) {
+            QVERIFY(writeFile(applications() + QStringLiteral("/.install-AbC123/.nestora-install-staging"), ""));
+            QVERIFY(writeFile(applications() + QStringLiteral("/.install-AbC123/app/Contents/old.txt"), "old"));
+            QVERIFY(writeFile(applications() + QLatin1Char('/') + usersOwn, "mine"));
+        }
 
-        const QStringList tree{"Nestora.app", "Nestora.app/Contents", "Nestora.app/Contents/MacOS",
-                               "Nestora.app/Contents/MacOS/Nestora", "Nestora.app/Contents/version.txt"};
+        QCOMPARE(runInstallScript({destination, newApp(), applications()}, QProcess::StandardOutput, afterKilledRun),
+                 std::make_pair(0, afterKilledRun ? QString() : "Install.sh: installed " + destination + "\n"));
+
+        QStringList tree{"Nestora.app", "Nestora.app/Contents", "Nestora.app/Contents/MacOS",
+                         "Nestora.app/Contents/MacOS/Nestora", "Nestora.app/Contents/version.txt"};
+        if (afterKilledRun)
+            tree = QStringList{".install-mine", usersOwn} + tree;
         QCOMPARE(treeOf(applications()), tree);
         QCOMPARE(readFile(destination + QStringLiteral("/Contents/version.txt")), QByteArray("2.0"));
         // Writable by the owner only, readable by all, executables stay executable.
@@ -221,7 +238,7 @@ private slots:
         QCOMPARE(statusOf(destination + QStringLiteral("/Contents/version.txt")).st_mode & 07777, mode_t(0644));
         for (const QString &entry : tree) {
             const struct stat status = statusOf(applications() + QLatin1Char('/') + entry);
-            if (changesOwner)
+            if (changesOwner && entry.startsWith(QLatin1String("Nestora.app")))
                 QCOMPARE(std::make_pair(status.st_uid, status.st_gid), std::make_pair(uid_t(4321), gid_t(4322)));
         }
         QVERIFY(QFileInfo::exists(newApp())); // copied, not taken from the user's folder

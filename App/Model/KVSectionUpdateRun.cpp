@@ -1,5 +1,7 @@
 #include "App/Model/KVSectionUpdateRun.h"
 
+#include "App/Model/KVLeftovers.h"
+
 #include "Core/Extensions/KVNotificationCenter.h"
 #include "Core/Extensions/KVVersionComparison.h"
 #include "Core/Logging/KVLog.h"
@@ -75,6 +77,7 @@ void KVSectionUpdateRun::run()
     if (!m_downloaded.isEmpty())
         takeFirstInstallationCensus();
     deploySections();
+    removeDownloads();
     complete();
     if (!m_runError)
         m_engine.launchApp();
@@ -254,6 +257,7 @@ void KVSectionUpdateRun::deploySection(const KVINISection &section, const QStrin
     const bool pluginIsNew = type == KVUpdateSectionTypeModuleRelease && !KVBundle::bundleWithPath(deploymentPath);
     if (deploymentPath.isEmpty()) {
         KVLogError("%@: failed to get deployment path for section %@", kClassName, section.name());
+        KVLeftovers::removeUnpackingFolderOf(items);
         return;
     }
 
@@ -264,6 +268,7 @@ void KVSectionUpdateRun::deploySection(const KVINISection &section, const QStrin
             m_runError = error;
     }
 
+    KVLeftovers::removeUnpackingFolderOf(items);
     (void)KVFileOperations::removeItem(downloadedPath);
     // Only what was deployed: a failed deployment is tried again next time.
     if (isDataKind(type) && !error)
@@ -296,6 +301,13 @@ KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpd
         // Beside, then over: the installed file stays whole until the new one has taken its place.
         return KVFileOperations::replaceItem(deploymentPath, downloadedPath);
     }
+}
+
+// Whatever a failed or skipped step left of the downloads: a run leaves nothing behind.
+void KVSectionUpdateRun::removeDownloads()
+{
+    for (const KVINISectionPtr &section : std::as_const(m_runList))
+        (void)KVFileOperations::removeItem(m_engine.downloadPathForSection(*section));
 }
 
 void KVSectionUpdateRun::announcePlugin(const KVINISection &section, bool firstInstallation)

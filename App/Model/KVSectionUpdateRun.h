@@ -30,6 +30,7 @@ private:
     [[nodiscard]] KVError deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
                                             const QStringList &items, const QString &downloadedPath,
                                             const QString &deploymentPath, bool pluginIsNew);
+    void removeDownloads();
     void announcePlugin(const KVINISection &section, bool firstInstallation);
     void recordHistory(const KVINISection &section);
     void complete();

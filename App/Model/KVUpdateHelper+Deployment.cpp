@@ -1,5 +1,6 @@
 #include "App/Model/KVArchiveCheck.h"
 #include "App/Model/KVInstallerRelaunch.h"
+#include "App/Model/KVLeftovers.h"
 #include "App/Model/KVPrivilegeHelper.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVShellQuoting.h"
@@ -100,7 +101,7 @@ bool needsAdministratorRights(const KVError &error)
 std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVError *error,
                                                  const std::optional<KVArchiveCheck> &expectedBundle)
 {
-    const QString folder = KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + KVUUIDString();
+    const QString folder = KVLeftovers::newUnpackingFolder();
     std::error_code code;
     fs::create_directories(fs::path(QFile::encodeName(folder).toStdString()), code);
     if (code) {
@@ -127,6 +128,9 @@ std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVE
         setError(error, unzipError);
         return std::nullopt;
     }
+    // Nothing to deploy from it: the folder goes now, as it would after a deployment.
+    if (items->isEmpty()) [[maybe_unused]]
+        const KVError ignored = KVFileOperations::removeItem(folder);
     return items;
 }
 

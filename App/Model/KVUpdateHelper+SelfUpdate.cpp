@@ -95,6 +95,7 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
             if (items) // the extraction folder, emptied by the swap or holding a build that failed
                 (void)KVFileOperations::removeItem(QFileInfo(items->first()).absolutePath());
         }
+        (void)KVFileOperations::removeItem(downloadPath);
 
         setUpdating(false);
         KVDispatch::syncMain([&] {

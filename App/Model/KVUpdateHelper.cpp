@@ -1,5 +1,6 @@
 #include "App/Model/KVUpdateHelper.h"
 
+#include "App/Model/KVLeftovers.h"
 #include "App/Model/KVNetworkError.h"
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVBundle.h"
@@ -16,6 +17,7 @@
 #include <QStringDecoder>
 
 #include <atomic>
+#include <mutex>
 
 namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
@@ -38,7 +40,23 @@ QUrl urlFromString(const QString &text)
 KVUpdateHelper &KVUpdateHelper::sharedInstance()
 {
     static KVUpdateHelper instance(testServerUpdateURL());
+    static std::once_flag swept;
+    // First on the queue, so that no check or run of this process meets what a killed run left.
+    std::call_once(swept, [] {
+        instance.queue().async([] { KVLeftovers::removeLeftoversOfEarlierRuns(instance.deploymentFolders()); });
+    });
     return instance;
+}
+
+QStringList KVUpdateHelper::deploymentFolders() const
+{
+    const QString data = KVStandardPaths::applicationSupportDirectory() + QStringLiteral("/Nestora");
+    return {KVStandardPaths::applicationsDirectory(),
+            QFileInfo(KVBundle::mainBundle().bundlePath()).absolutePath(),
+            data,
+            data + QStringLiteral("/Devices"),
+            data + QStringLiteral("/SmartCards"),
+            pluginDirectory()};
 }
 
 QUrl KVUpdateHelper::testServerUpdateURL()

@@ -64,6 +64,9 @@ public:
     static std::chrono::milliseconds networkTimeout();
     static void setNetworkTimeout(std::chrono::milliseconds timeout);
 
+    // Every folder where items are deployed, where a killed run may have left staging copies.
+    QStringList deploymentFolders() const;
+
     // "major.minor" of the running system.
     static QString OSVersion();
 
