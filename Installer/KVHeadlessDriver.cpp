@@ -120,7 +120,9 @@ int KVHeadlessDriver::exec(const QStringList &arguments)
     KVHeadlessDriver driver(KVUpdateHelper::sharedInstance(), &output, &errors, ::isatty(STDOUT_FILENO) == 1);
     QObject::connect(&driver, &KVHeadlessDriver::finished, QCoreApplication::instance(), &QCoreApplication::exit);
     driver.start();
-    return QCoreApplication::exec();
+    const int status = QCoreApplication::exec();
+    KVUpdateHelper::sharedInstance().stopWorkForExit(status); // while the driver can still hear the engine
+    return status;
 }
 
 int KVHeadlessDriver::refuseSecondInstance()
@@ -150,7 +152,7 @@ void KVHeadlessDriver::start()
     m_engine.setHost(std::move(host));
 
     say(QStringLiteral("Nestora installer %1: checking for updates at %2")
-            .arg(KVBundle::mainBundle().bundleVersion(), m_engine.updateURL().toString()));
+            .arg(KVBundle::mainBundle().bundleVersion(), KVPrintableURL(m_engine.updateURL())));
     checkInstaller();
 }
 

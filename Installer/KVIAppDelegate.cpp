@@ -2,11 +2,11 @@
 
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVLocalizedString.h"
+#include "Core/Extensions/KVWindowPlacement.h"
 #include "Core/Logging/KVLog.h"
 #include "Core/Logging/KVLogSetup.h"
 #include "Installer/KVIView.h"
 #include "Installer/KVIWindow.h"
-#include "Core/Extensions/KVWindowPlacement.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
 #include "Platform/KVUserDefaults.h"
@@ -21,37 +21,40 @@ const QString kClassName = QStringLiteral("KVIAppDelegate");
 constexpr QSize kWindowSize(440, 220);
 
 // Linux has no global menu bar; a desktop panel along the top of the screen takes its place.
-KVIAppDelegate::ScreenMetrics primaryScreenMetrics() {
+KVIAppDelegate::ScreenMetrics primaryScreenMetrics()
+{
     const QScreen *screen = QGuiApplication::primaryScreen();
     if (!screen)
         return {};
-    return {QSizeF(screen->geometry().size()),
-            double(screen->availableGeometry().top() - screen->geometry().top())};
+    return {QSizeF(screen->geometry().size()), double(screen->availableGeometry().top() - screen->geometry().top())};
 }
 } // namespace
 
 KVIAppDelegate::KVIAppDelegate(QObject *parent)
     : QObject(parent)
     , m_window(new KVIWindow)
-    , m_screenMetrics(&primaryScreenMetrics) {
+    , m_screenMetrics(&primaryScreenMetrics)
+{
     m_window->resize(kWindowSize);
     // The name the desktop and screen readers know the window by.
     m_window->setWindowTitle(KVLocalizedString(QStringLiteral("IDS_WINDOW_TITLE")));
 }
 
-KVIAppDelegate::~KVIAppDelegate() {
+KVIAppDelegate::~KVIAppDelegate()
+{
     delete m_window;
 }
 
-void KVIAppDelegate::setupCocoaLumberjack() {
+void KVIAppDelegate::setupCocoaLumberjack()
+{
     KVLogSetup::setupCocoaLumberjack(KVUserDefaults::standardUserDefaults(), {});
 }
 
-void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments) {
+void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments)
+{
     const QString version = KVBundle::mainBundle().bundleVersion();
     setupCocoaLumberjack();
-    KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"),
-               version);
+    KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"), version);
     KVLogError("%@ start parameters %@", kClassName, arguments);
 
     const KVWindowPlacement::OriginScan scan = KVWindowPlacement::scanWindowOrigins(arguments);
@@ -65,7 +68,8 @@ void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments
         placeWindowTopRight();
 }
 
-void KVIAppDelegate::applicationDidFinishLaunching() {
+void KVIAppDelegate::applicationDidFinishLaunching()
+{
     KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
     const QString defaultsPath =
         KVBundle::mainBundle().pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
@@ -94,13 +98,17 @@ void KVIAppDelegate::applicationDidFinishLaunching() {
     // Linux desktops have no application menu whose items could carry "Hide", "Show" and "IDS_QUIT".
 }
 
-void KVIAppDelegate::activate() {
+void KVIAppDelegate::activate()
+{
+    // A minimised window comes back as it was before.
+    m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
 }
 
-void KVIAppDelegate::placeWindowTopRight() {
+void KVIAppDelegate::placeWindowTopRight()
+{
     const ScreenMetrics metrics = m_screenMetrics();
     m_window->setFrameOrigin(KVWindowPlacement::topRightOrigin(
         metrics.screenSize, QSizeF(m_window->frameGeometry().size()), metrics.menuBarHeight));

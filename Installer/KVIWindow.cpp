@@ -4,6 +4,7 @@
 #include "Installer/KVPopupWindow.h"
 
 #include <QApplication>
+#include <QCloseEvent>
 #include <QVBoxLayout>
 
 KVIWindow::KVIWindow(QWidget *parent)
@@ -95,4 +96,14 @@ void KVIWindow::endPopupView(QWidget *card, const QVariantMap &userInfo)
             m_focusBeforePopup->setFocus(Qt::PopupFocusReason);
         m_focusBeforePopup.clear();
     }
+}
+
+void KVIWindow::closeEvent(QCloseEvent *event)
+{
+    // Only the window system's own request is turned into a question; a close the program makes
+    // (the application quitting) goes through.
+    if (!event->spontaneous())
+        return QWidget::closeEvent(event);
+    event->ignore();
+    Q_EMIT closeRequested();
 }

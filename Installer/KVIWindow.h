@@ -43,6 +43,14 @@ public:
 
     void maskViewDidClick(KVMaskView *) override {}
 
+Q_SIGNALS:
+    // The window manager asked to close the window (Alt+F4, a task bar's close): the window stays,
+    // and whoever owns the close button decides, as for a click on it.
+    void closeRequested();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
 private:
     struct PendingPopup
     {

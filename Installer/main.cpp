@@ -10,6 +10,7 @@
 #include "Installer/KVIView.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVSingleInstance.h"
+#include "Platform/KVTerminationSignals.h"
 
 #include <QApplication>
 #include <QPixmap>
@@ -29,6 +30,11 @@ int main(int argc, char *argv[])
     const std::unique_ptr<QCoreApplication> application =
         headless ? std::make_unique<QCoreApplication>(argc, argv) : std::make_unique<QApplication>(argc, argv);
 
+    // A termination signal quits as Quit does; the exit status tells which signal it was.
+    KVTerminationSignals terminationSignals;
+    QObject::connect(&terminationSignals, &KVTerminationSignals::received, application.get(),
+                     [](int signalNumber) { QCoreApplication::exit(128 + signalNumber); });
+
     qInfo("killApplication");
     KVSingleInstance singleInstance(KVInstallerBundleIdentifier);
     // The relaunch after a self-update is the one start that carries a window origin.
@@ -43,8 +49,11 @@ int main(int argc, char *argv[])
     // Before the first widget: Qt keeps whatever interface it found for an object.
     KVIAccessible::install();
     KVIAppDelegate delegate;
-    delegate.setContentFactory(
-        [](KVIWindow *window) { return (new KVIViewController(KVUpdateHelper::sharedInstance(), window))->view(); });
+    delegate.setContentFactory([](KVIWindow *window) {
+        auto *controller = new KVIViewController(KVUpdateHelper::sharedInstance(), window);
+        QObject::connect(window, &KVIWindow::closeRequested, controller, &KVIViewController::closeButtonDidClick);
+        return controller->view();
+    });
     QObject::connect(&singleInstance, &KVSingleInstance::activationRequested, &delegate, [&delegate] {
         KVLogInfo("%@ brought to the front by a second start", QStringLiteral("KVIAppDelegate"));
         delegate.activate();
@@ -58,6 +67,8 @@ int main(int argc, char *argv[])
     delegate.applicationWillFinishLaunching(application->arguments());
     delegate.applicationDidFinishLaunching();
     const int status = application->exec();
+    delegate.window()->hide(); // gone at once, whatever the engine still has to wind down
+    KVUpdateHelper::sharedInstance().stopWorkForExit(status);
     delegate.applicationWillTerminate();
     return status;
 }

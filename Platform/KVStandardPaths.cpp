@@ -1,6 +1,9 @@
 #include "Platform/KVStandardPaths.h"
 
 #include <QDir>
+#include <QFileInfo>
+
+#include <unistd.h>
 
 namespace {
 QString environmentFolder(const char *name, const QString &fallback)
@@ -13,14 +16,20 @@ QString environmentFolder(const char *name, const QString &fallback)
 
 namespace KVStandardPaths {
 
-QString homeDirectory() { return QDir::homePath(); }
+QString homeDirectory()
+{
+    return QDir::homePath();
+}
 
 QString applicationSupportDirectory()
 {
     return environmentFolder("XDG_DATA_HOME", homeDirectory() + QStringLiteral("/.local/share"));
 }
 
-QString configDirectory() { return environmentFolder("XDG_CONFIG_HOME", homeDirectory() + QStringLiteral("/.config")); }
+QString configDirectory()
+{
+    return environmentFolder("XDG_CONFIG_HOME", homeDirectory() + QStringLiteral("/.config"));
+}
 
 QString temporaryDirectory()
 {
@@ -29,9 +38,29 @@ QString temporaryDirectory()
     return !path.isEmpty() && QDir(path).exists() ? path : QStringLiteral("/tmp");
 }
 
-QString downloadsDirectory() { return homeDirectory() + QStringLiteral("/Downloads"); }
+QString downloadsDirectory()
+{
+    return homeDirectory() + QStringLiteral("/Downloads");
+}
 
-QString applicationsDirectory() { return environmentFolder("NESTORA_APPLICATIONS_DIR", QStringLiteral("/opt")); }
+QString runtimeDirectory()
+{
+    const QString runtime = environmentFolder("XDG_RUNTIME_DIR", QString());
+    // A runtime folder inherited from another user (su, sudo) is not this user's to use.
+    if (const QFileInfo folder(runtime); !runtime.isEmpty() && folder.isDir() && folder.ownerId() == ::getuid())
+        return runtime;
+    const QString fallback = environmentFolder("XDG_CACHE_HOME", homeDirectory() + QStringLiteral("/.cache")) +
+                             QStringLiteral("/Nestora/Runtime");
+    if (!QDir().mkpath(fallback) ||
+        !QFile::setPermissions(fallback, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner))
+        return {};
+    return fallback;
+}
+
+QString applicationsDirectory()
+{
+    return environmentFolder("NESTORA_APPLICATIONS_DIR", QStringLiteral("/opt"));
+}
 
 QString expandTilde(const QString &path)
 {

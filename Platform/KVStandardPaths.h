@@ -15,6 +15,11 @@ QString configDirectory();
 // QDir::tempPath(), which honours TMPDIR, or /tmp when that names no folder.
 QString temporaryDirectory();
 QString downloadsDirectory();
+// The user's private folder for state that lives as long as the process (the single-instance
+// guard): $XDG_RUNTIME_DIR when it is the user's own, else $XDG_CACHE_HOME/Nestora/Runtime
+// (default ~/.cache/…). Never TMPDIR, which differs between sessions of one user. Created
+// readable by the user alone when missing; empty when it cannot be.
+QString runtimeDirectory();
 // "/opt", or NESTORA_APPLICATIONS_DIR when set.
 QString applicationsDirectory();
 // Expands a leading "~" to the home folder.

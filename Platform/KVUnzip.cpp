@@ -1,5 +1,7 @@
 #include "Platform/KVUnzip.h"
 
+#include "Platform/KVChildProcess.h"
+
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
@@ -28,7 +30,7 @@ ToolRun runUnzip(const QString &archivePath, const QStringList &arguments)
     // A prompt (an entry named twice) must not wait for an answer: with no input it answers "none".
     unzip.setStandardInputFile(QProcess::nullDevice());
     unzip.start(kUnzipTool, arguments);
-    const bool ran = unzip.waitForFinished(-1) && unzip.exitStatus() == QProcess::NormalExit;
+    const bool ran = KVChildProcess::waitForExit(unzip);
     ToolRun run{{}, unzip.readAllStandardOutput()};
     // Most complaints go to the error output; a few ("Empty zipfile.") only to the listing.
     QString diagnostics = QString::fromLocal8Bit(unzip.readAllStandardError()).trimmed();

@@ -28,6 +28,7 @@
 #include <QRegularExpression>
 
 #include <atomic>
+#include <csignal>
 #include <memory>
 #include <unistd.h>
 
@@ -52,6 +53,10 @@ enum class Fault {
     InstallScriptMissing,
     InstallScriptFails,
     ProgramNotExecutable,
+    // Faults that hold a run at one step until the installer is made to quit there.
+    StalledManifest,
+    TrickledDownload,
+    UnansweredPrompt,
 };
 
 // What the sandbox holds before each failing run: an older application, which is running, and
@@ -68,7 +73,19 @@ const QStringList kRunList{QStringLiteral("Mac_Application_2.2.0"), QStringLiter
 bool needsAdministrator(Fault fault)
 {
     return fault == Fault::PromptDismissed || fault == Fault::NoAuthenticationAgent ||
-           fault == Fault::InstallScriptMissing || fault == Fault::InstallScriptFails;
+           fault == Fault::InstallScriptMissing || fault == Fault::InstallScriptFails ||
+           fault == Fault::UnansweredPrompt;
+}
+
+// A stand-in for pkexec whose prompt is left unanswered; it marks that it is up beside itself.
+const QByteArray kUnansweredPrompt = "#!/bin/sh\ntouch \"$0.shown\"\nexec sleep 60\n";
+
+const QString kManifestPath = QStringLiteral("/manifest.ini");
+
+// The served path of the application release.
+QString applicationFile()
+{
+    return QLatin1Char('/') + KVTestUpdateServer::applicationFile(KVTestUpdateServer::releaseApplication);
 }
 
 QStringList leftDownloads()
@@ -111,6 +128,8 @@ private Q_SLOTS:
     void craftedArchiveKeepsInstallation_data();
     void craftedArchiveKeepsInstallation();
     void weightedProgressOfTwoFiles();
+    void quitAtEachStep_data();
+    void quitAtEachStep();
 
 private:
     struct Run
@@ -126,6 +145,7 @@ private:
     // The old installation complete, nothing new deployed, the history as it was, the companion
     // stopped or not, and nothing of the run left in the temporary folder.
     void verifyOldInstallationKept(bool companionStopped);
+    QString elevator() const { return KVTestSandbox::current().root() + QStringLiteral("/elevator.sh"); }
     // The due sections, checked and then updated by an engine of this process.
     void runInProcess(KVUpdateHelper &engine, Run &run);
     // Where the stand-in elevator records the command it was asked to run.
@@ -262,13 +282,22 @@ void EndToEndFailuresTest::failedHeadlessRunKeepsOldInstallation_data()
 void EndToEndFailuresTest::prepareFailure(Fault fault)
 {
     QVERIFY(m_server->addNestoraRelease());
-    const QString applicationFile = KVTestUpdateServer::applicationFile(KVTestUpdateServer::releaseApplication);
+    if (fault == Fault::StalledManifest) {
+        m_misbehavingServer->setResponse(kManifestPath, {200, {}, {}, KVTestHttpServer::Behaviour::Stall, 0});
+        m_server->nginx().proxy(kManifestPath, m_misbehavingServer->url(kManifestPath));
+    }
+    if (fault == Fault::TrickledDownload) {
+        const QByteArray archive = KVTestFiles::readFile(m_server->servedPath(applicationFile().mid(1)));
+        m_misbehavingServer->setResponse(applicationFile(),
+                                         {200, archive, {}, KVTestHttpServer::Behaviour::Answer, 16});
+        m_server->nginx().proxy(applicationFile(), m_misbehavingServer->url(applicationFile()));
+    }
     if (fault == Fault::NotFound)
         m_server->nginx().answerNotFound(QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile);
     if (fault == Fault::CutHalfway)
-        m_server->nginx().cutHalfway(QLatin1Char('/') + applicationFile, *m_misbehavingServer);
+        m_server->nginx().cutHalfway(applicationFile(), *m_misbehavingServer);
     if (fault == Fault::CorruptArchive) // published with its digest, so only the unpacking can tell
-        QVERIFY(KVTestFiles::writeFile(m_server->servedPath(applicationFile), "PK\3\4 not an archive"));
+        QVERIFY(KVTestFiles::writeFile(m_server->servedPath(applicationFile().mid(1)), "PK\3\4 not an archive"));
     QString failure;
     QVERIFY2(m_server->start(&failure), qPrintable(failure));
     QVERIFY(m_server->writeTestServerFile());
@@ -327,6 +356,11 @@ void EndToEndFailuresTest::prepareFailure(Fault fault)
         qputenv("NESTORA_STANDIN_DISMISS", "1");
     if (fault == Fault::NoAuthenticationAgent)
         qputenv("NESTORA_STANDIN_REFUSE", "1");
+    if (fault == Fault::UnansweredPrompt) {
+        QVERIFY(KVTestFiles::writeFile(elevator(), kUnansweredPrompt));
+        QVERIFY(QFile::setPermissions(elevator(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        qputenv("NESTORA_ELEVATOR", QFile::encodeName(elevator()));
+    }
 
     m_oldInstance = 0;
     if (fault == Fault::NothingOffered)
@@ -559,6 +593,58 @@ void EndToEndFailuresTest::weightedProgressOfTwoFiles()
     const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
     QVERIFY(starts);
     QCOMPARE(starts->size(), 1);
+}
+
+void EndToEndFailuresTest::quitAtEachStep_data()
+{
+    QTest::addColumn<Fault>("fault");
+    QTest::addColumn<int>("signalNumber");
+    QTest::addColumn<bool>("companionStopped");
+    QTest::newRow("checking, the manifest stalls") << Fault::StalledManifest << SIGTERM << false;
+    QTest::newRow("downloading, the archive trickles") << Fault::TrickledDownload << SIGINT << false;
+    QTest::newRow("waiting for the administrator") << Fault::UnansweredPrompt << SIGHUP << true;
+}
+
+// A termination signal ends the installer the way Quit does, at whatever step it comes: the main
+// loop returns, the engine winds down instead of being cut off, and only the old installation is
+// left, with nothing new in the temporary folder.
+void EndToEndFailuresTest::quitAtEachStep()
+{
+    QFETCH(Fault, fault);
+    QFETCH(int, signalNumber);
+    QFETCH(bool, companionStopped);
+    prepareFailure(fault);
+    if (QTest::currentTestFailed())
+        return;
+    const QDir temporary(KVTestSandbox::current().temporaryDirectory());
+    const QStringList temporaryBefore = temporary.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+
+    const QStringList command = (needsAdministrator(fault) ? KVTestUnwritableFolder::launcher() : QStringList()) +
+                                QStringList{m_installer.executablePath()} + KVTestInstaller::headlessArguments;
+    QProcess installer;
+    installer.start(command.first(), command.mid(1));
+    auto stop = qScopeGuard([&] {
+        installer.kill();
+        installer.waitForFinished();
+    });
+    const auto atStep = [&] {
+        switch (fault) {
+        case Fault::StalledManifest:
+            return m_misbehavingServer->requestCount(kManifestPath) > 0;
+        case Fault::TrickledDownload:
+            return m_misbehavingServer->requestCount(applicationFile()) > 0;
+        default:
+            return QFileInfo::exists(elevator() + QStringLiteral(".shown"));
+        }
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(atStep(), 30000);
+    QVERIFY(::kill(pid_t(installer.processId()), signalNumber) == 0);
+    // A hang, not a slow machine, is what this catches; the time itself is measured elsewhere.
+    QVERIFY(installer.waitForFinished(10000));
+    QCOMPARE(installer.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(installer.exitCode(), 128 + signalNumber);
+    QCOMPARE(temporary.entryList(QDir::AllEntries | QDir::NoDotAndDotDot), temporaryBefore);
+    verifyOldInstallationKept(companionStopped);
 }
 
 NESTORA_TEST_MAIN(EndToEndFailuresTest)

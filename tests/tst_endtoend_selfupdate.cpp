@@ -12,7 +12,6 @@
 #include "KVTestSandbox.h"
 #include "KVTestUpdateServer.h"
 
-#include <QDirIterator>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -41,16 +40,6 @@ bool writeProgram(const QString &bundle, const QByteArray &script)
     const QString program = bundle + QStringLiteral("/Contents/MacOS/NestoraInstaller");
     return KVTestFiles::writeFile(program, script) &&
            QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
-// Everything the installers of the sandbox logged, in every log file.
-QString installerLog()
-{
-    QString log;
-    QDirIterator files(KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/InstallerLog"), QDir::Files);
-    while (files.hasNext())
-        log += QString::fromUtf8(KVTestFiles::readFile(files.next()));
-    return log;
 }
 } // namespace
 
@@ -135,7 +124,7 @@ void EndToEndSelfUpdateTest::relaunchesAtNewVersion()
     QCOMPARE(QDir(m_installer.bundlePath() + QStringLiteral("/.."))
                  .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
              QStringList{"NestoraInstaller.app"});
-    const QString log = installerLog();
+    const QString log = KVTestInstaller::log();
     QVERIFY(log.contains("Keldran Nestora installer will finish launching with version:" + m_installedVersion));
     QVERIFY2(log.contains("Keldran Nestora installer will finish launching with version:1.1.0"), qPrintable(log));
     QCOMPARE(snapshot(applicationPath()).value(KVTestUpdateServer::releaseMarker),

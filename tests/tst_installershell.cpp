@@ -4,36 +4,20 @@
 #include "Installer/KVIWindow.h"
 #include "Installer/KVPopupWindow.h"
 #include "KVLogCapture.h"
+#include "KVTestInstaller.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVUserDefaults.h"
 
+#include <QCloseEvent>
 #include <QDir>
-#include <QLocalSocket>
 #include <QProcess>
 #include <QPushButton>
+#include <QtTest/qtestspontaneevent.h>
 
 namespace {
 
 const QString installerBundle = QStringLiteral(NESTORA_BUILD_DIR "/NestoraInstaller.app");
-
-bool installerLogContains(const QByteArray &text)
-{
-    const QDir logs(KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/InstallerLog"));
-    for (const QFileInfo &file : logs.entryInfoList(QDir::Files)) {
-        QFile log(file.filePath());
-        if (log.open(QIODevice::ReadOnly) && log.readAll().contains(text))
-            return true;
-    }
-    return false;
-}
-
-bool acceptsConnections(const QString &socketPath)
-{
-    QLocalSocket probe;
-    probe.connectToServer(socketPath);
-    return probe.waitForConnected(200);
-}
 
 } // namespace
 
@@ -192,33 +176,75 @@ private Q_SLOTS:
         window.endPopupView(&card);
     }
 
-    void secondStartActivatesTheFirst()
+    void simultaneousStartsLeaveOneRunning()
     {
-        const QString socketPath = QDir::tempPath() + "/com.tovik.nestora.installer-" + QString::number(getuid());
-        // A stale socket file, as a crashed installer leaves it, must not block the start.
-        QFile stale(socketPath);
-        QVERIFY(stale.open(QIODevice::WriteOnly));
-        stale.close();
-
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        QProcess first, second;
-        first.setProcessEnvironment(environment);
-        second.setProcessEnvironment(environment);
-        first.start(installerBundle + "/Contents/MacOS/NestoraInstaller", {});
-        QVERIFY(first.waitForStarted());
-        auto stopFirst = qScopeGuard([&] {
-            first.kill();
-            first.waitForFinished();
+        // A guard left by a killed installer, lock file and socket file both, must not block.
+        const QString guard = KVTestSandbox::current().runtimeDirectory() + "/com.tovik.nestora.installer";
+        for (const QString &leftOver : {guard + ".lock", guard + ".socket"}) {
+            QFile file(leftOver);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        // Each start has a TMPDIR of its own, and a long one: neither may matter to the guard.
+        constexpr int kStarts = 4;
+        std::vector<std::unique_ptr<QProcess>> installers;
+        for (int i = 0; i < kStarts; ++i) {
+            const QString temporary =
+                KVTestSandbox::current().temporaryDirectory() + '/' + QString(110, QChar('a' + i));
+            QVERIFY(QDir().mkpath(temporary));
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+            environment.insert(QStringLiteral("TMPDIR"), temporary);
+            installers.push_back(std::make_unique<QProcess>());
+            installers.back()->setProcessEnvironment(environment);
+        }
+        auto stopAll = qScopeGuard([&] {
+            for (const auto &installer : installers) {
+                installer->kill();
+                installer->waitForFinished();
+            }
         });
-        QTRY_VERIFY_WITH_TIMEOUT(acceptsConnections(socketPath), 20000);
+        for (const auto &installer : installers)
+            installer->start(installerBundle + "/Contents/MacOS/NestoraInstaller", {});
 
-        second.start(installerBundle + "/Contents/MacOS/NestoraInstaller", {});
-        QVERIFY(second.waitForFinished(20000));
-        QCOMPARE(second.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(second.exitCode(), 0);
-        QCOMPARE(first.state(), QProcess::Running);
-        QTRY_VERIFY_WITH_TIMEOUT(installerLogContains("brought to the front by a second start"), 10000);
+        const auto running = [&] {
+            return std::count_if(installers.cbegin(), installers.cend(),
+                                 [](const auto &installer) { return installer->state() != QProcess::NotRunning; });
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(running(), 1, 30000);
+        for (const auto &installer : installers) {
+            if (installer->state() == QProcess::NotRunning) {
+                QCOMPARE(installer->exitStatus(), QProcess::NormalExit);
+                QCOMPARE(installer->exitCode(), 0);
+            }
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(KVTestInstaller::log().contains("brought to the front by a second start"), 10000);
+        QTest::qWait(500); // a second runner would show up here
+        QCOMPARE(running(), 1);
+    }
+
+    void windowManagerCloseIsARequest()
+    {
+        KVIWindow window;
+        window.show();
+        QSignalSpy requests(&window, &KVIWindow::closeRequested);
+        QCloseEvent fromWindowManager;
+        QSpontaneKeyEvent::setSpontaneous(&fromWindowManager);
+        static_cast<QObject &>(window).event(&fromWindowManager);
+        QVERIFY(!fromWindowManager.isAccepted());
+        QCOMPARE(requests.count(), 1);
+        QVERIFY(window.isVisible());
+        // The program's own close, as when the application quits, goes through.
+        QVERIFY(window.close());
+        QCOMPARE(requests.count(), 1);
+    }
+
+    void activationRestoresMinimisedWindow()
+    {
+        KVIAppDelegate delegate;
+        delegate.window()->showMinimized();
+        delegate.activate();
+        QVERIFY(!delegate.window()->isMinimized());
+        QVERIFY(delegate.window()->isVisible());
     }
 
     void stringTables_data()

@@ -87,6 +87,9 @@ KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, std:
     connect(m_reply, &QNetworkReply::readyRead, this, &KVDownloadTask::writeAvailableData);
     connect(m_reply, &QNetworkReply::downloadProgress, this, &KVDownloadTask::reportProgress);
     connect(m_reply, &QNetworkReply::finished, this, &KVDownloadTask::finish);
+    // Aborting finishes the reply, so the completion (and the partial file's removal) follows.
+    m_cancellation = std::make_unique<KVCancellation::Registration>(
+        [reply = m_reply] { QMetaObject::invokeMethod(reply, &QNetworkReply::abort); });
 }
 
 bool KVDownloadTask::hasSuccessStatus() const

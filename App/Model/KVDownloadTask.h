@@ -2,6 +2,7 @@
 
 #include "App/Model/KVContentDecoder.h"
 #include "App/Model/KVUpdateTypes.h"
+#include "Core/Extensions/KVCancellation.h"
 
 #include <QNetworkAccessManager>
 #include <QObject>
@@ -25,7 +26,8 @@ class QNetworkReply;
 // -1005, one longer than the expected size (or than kDownloadCeiling without one) is cut off at
 // once and fails with -1103, and an encoding that cannot be undone fails with -1016. Redirects are followed unless they
 // lead to a less safe scheme; the system's proxy settings apply; no cache is read or written; a transfer that receives
-// nothing for KVUpdateHelper::networkTimeout() fails.
+// nothing for KVUpdateHelper::networkTimeout() fails, and so does one under way when the installer
+// quits.
 class KVDownloadTask : public QObject
 {
     Q_OBJECT
@@ -68,4 +70,5 @@ private:
     qint64 m_bytesWritten = 0;
     ProgressHandler m_progress;
     CompletionHandler m_completion;
+    std::unique_ptr<KVCancellation::Registration> m_cancellation;
 };

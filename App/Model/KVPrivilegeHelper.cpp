@@ -1,5 +1,6 @@
 #include "App/Model/KVPrivilegeHelper.h"
 #include "Core/Extensions/KVShellQuoting.h"
+#include "Platform/KVChildProcess.h"
 
 #include <QMutex>
 #include <QProcess>
@@ -47,7 +48,7 @@ bool KVPrivilegeHelper::runProcessAsAdministrator(const QString &scriptPath, con
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
     process.start(elevator(), {QStringLiteral("/bin/sh"), QStringLiteral("-c"), commandLine});
-    const bool ran = process.waitForFinished(-1) && process.exitStatus() == QProcess::NormalExit;
+    const bool ran = KVChildProcess::waitForExit(process);
     *errorDescription = QString();
     if (exitStatus)
         *exitStatus = ran ? process.exitCode() : -1;

@@ -4,6 +4,7 @@
 
 #include "Core/Extensions/KVNotificationCenter.h"
 #include "Core/Extensions/KVVersionComparison.h"
+#include "Core/Extensions/KVWellFormedXml.h"
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVFileOperations.h"
@@ -14,7 +15,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QSemaphore>
-#include <QXmlStreamReader>
 
 namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
@@ -31,14 +31,6 @@ bool isDataKind(KVUpdateSectionType type)
            type == KVUpdateSectionTypeSmartCards;
 }
 
-bool isWellFormedXml(const QByteArray &data)
-{
-    QXmlStreamReader reader(data);
-    while (!reader.atEnd())
-        reader.readNext();
-    return !reader.hasError();
-}
-
 // The devices file is stored as the Base64 text of the XML it was sent as, when that is XML at all.
 void encodeDevicesXml(const QString &path)
 {
@@ -47,7 +39,7 @@ void encodeDevicesXml(const QString &path)
         return;
     const QByteArray data = QString::fromUtf8(file.readAll()).toUtf8();
     file.close();
-    if (!isWellFormedXml(data))
+    if (!KVIsWellFormedXml(data))
         return;
     QSaveFile encoded(path);
     if (encoded.open(QIODevice::WriteOnly)) {
@@ -130,7 +122,7 @@ void KVSectionUpdateRun::downloadSections()
             continue;
         }
         if (!QUrl(url, QUrl::StrictMode).isValid()) {
-            KVLogError("%@ invalid download url %@", kClassName, url);
+            KVLogError("%@ invalid download url %@", kClassName, QUrl(url));
             continue;
         }
         const QString path = m_engine.downloadPathForSection(*section);
@@ -232,7 +224,8 @@ void KVSectionUpdateRun::deploySections()
     m_engine.setInstallUpdate(true);
     if (!m_downloaded.isEmpty() && !KVFileOperations::itemExists(KVBundle::mainBundle().bundlePath()))
         m_engine.setInstallUpdate(false);
-    for (qsizetype i = 0; i < m_downloaded.size() && !m_runError; ++i) {
+    // Each deployment replaces its item whole; quitting stops the run between two of them.
+    for (qsizetype i = 0; i < m_downloaded.size() && !m_runError && !KVCancellation::isRequested(); ++i) {
         if (m_downloaded[i])
             deploySection(*m_runList[i], *m_downloaded[i]);
     }
@@ -335,6 +328,8 @@ void KVSectionUpdateRun::recordHistory(const KVINISection &section)
 void KVSectionUpdateRun::complete()
 {
     m_engine.setUpdating(false);
+    if (KVCancellation::isRequested())
+        return;
     KVDispatch::syncMain([this] {
         if (m_progressHandler) {
             const QVariantMap info = m_runError

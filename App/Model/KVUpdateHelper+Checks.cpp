@@ -69,7 +69,7 @@ void KVUpdateHelper::checkInstallerUpdateWithcompletionHandler(std::function<voi
         downloadUpdateINI(false, &error);
         const KVINISectionPtr section = error ? nullptr : checkInstallerUpdate();
         KVDispatch::asyncMain([handler, section, error] {
-            if (handler)
+            if (handler && !KVCancellation::isRequested())
                 handler(section, error);
         });
     });
@@ -90,7 +90,7 @@ void KVUpdateHelper::checkUpdateWithcompletionHandler(std::function<void(QList<K
         }
         // The queue waits for the handler, so nothing is launched before the caller has seen the result.
         KVDispatch::syncMain([&] {
-            if (handler)
+            if (handler && !KVCancellation::isRequested())
                 handler(sections, error);
         });
         if (!error && sections.isEmpty())

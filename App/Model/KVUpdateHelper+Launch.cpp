@@ -41,6 +41,8 @@ KVError launchabilityOfApplication(const QString &bundlePath)
 
 void KVUpdateHelper::launchApp()
 {
+    if (KVCancellation::isRequested())
+        return; // the user quit: nothing starts behind their back
     QPointF origin;
     KVDispatch::syncMain([&] {
         if (m_host.windowOrigin)

@@ -98,6 +98,8 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
         (void)KVFileOperations::removeItem(downloadPath);
 
         setUpdating(false);
+        if (KVCancellation::isRequested())
+            return;
         KVDispatch::syncMain([&] {
             report(1.0f, std::nullopt);
             if (completionHandler)
@@ -130,6 +132,8 @@ QStringList KVUpdateHelper::relaunchArguments()
 
 void KVUpdateHelper::launchInstaller()
 {
+    if (KVCancellation::isRequested())
+        return;
     launchWithBundlePath(installerTargetPath(false), relaunchArguments(), 0);
     KVDispatch::syncMain([&] {
         if (m_host.terminate)

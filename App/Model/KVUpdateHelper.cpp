@@ -2,6 +2,7 @@
 
 #include "App/Model/KVLeftovers.h"
 #include "App/Model/KVNetworkError.h"
+#include "Core/Extensions/KVCancellation.h"
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
@@ -14,14 +15,19 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QStringDecoder>
+#include <QTimer>
 
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 
 namespace {
 const QString kClassName = QStringLiteral("KVUpdateHelper");
 std::atomic<qint64> networkTimeoutMilliseconds{60000};
+// How long quitting waits for the engine's work to wind down: within the 2 s a quit may take.
+constexpr std::chrono::milliseconds kStopGrace(1500);
 
 // The largest manifest read; a real one is a few kilobytes.
 constexpr qint64 kManifestCeiling = 4 << 20;
@@ -104,6 +110,28 @@ void KVUpdateHelper::setUpdating(bool updating)
         m_updating = updating;
 }
 
+void KVUpdateHelper::stopWorkForExit(int exitStatus)
+{
+    KVCancellation::request();
+    QEventLoop loop;
+    const QPointer<QEventLoop> waiting(&loop);
+    auto idle = std::make_shared<std::atomic_bool>(false);
+    m_queue->async([waiting, idle] {
+        *idle = true;
+        KVDispatch::asyncMain([waiting] {
+            if (waiting)
+                waiting->quit();
+        });
+    });
+    QTimer::singleShot(kStopGrace, &loop, &QEventLoop::quit);
+    loop.exec();
+    if (!*idle) {
+        KVLogError("%@ work still under way %@ ms after quitting; ending at once", kClassName,
+                   QString::number(kStopGrace.count()));
+        std::_Exit(exitStatus);
+    }
+}
+
 std::chrono::milliseconds KVUpdateHelper::networkTimeout()
 {
     return std::chrono::milliseconds(networkTimeoutMilliseconds.load());
@@ -169,7 +197,12 @@ QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
     QEventLoop loop;
     QObject::connect(reply, &QNetworkReply::readyRead, &loop, readBody);
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    {
+        // Queued to this thread, whose loop below serves it: the installer may quit meanwhile.
+        const KVCancellation::Registration cancellation(
+            [reply] { QMetaObject::invokeMethod(reply, &QNetworkReply::abort, Qt::QueuedConnection); });
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    }
     readBody();
 
     const bool tooLong = received.size() > kManifestCeiling;

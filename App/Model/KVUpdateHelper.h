@@ -4,6 +4,7 @@
 #include "App/Model/KVINI.h"
 #include "App/Model/KVUpdateEngine.h"
 #include "App/Model/KVUpdateTypes.h"
+#include "Core/Extensions/KVCancellation.h"
 #include "Core/Extensions/KVDispatch.h"
 
 #include <QUrl>
@@ -66,6 +67,13 @@ public:
 
     // Every folder where items are deployed, where a killed run may have left staging copies.
     QStringList deploymentFolders() const;
+
+    // Stops the work under way for good, as the installer quits: transfers are aborted, child
+    // processes ended, the remaining steps skipped, no handler called and nothing launched. The
+    // queue's steps hop to the main thread, so this serves it until the queue is idle. Should the
+    // queue still be busy after a grace of 1.5 s, nothing could ever join it: the process then
+    // ends here, with the exit status. Thread: main, after its loop has ended.
+    void stopWorkForExit(int exitStatus);
 
     // "major.minor" of the running system.
     static QString OSVersion();

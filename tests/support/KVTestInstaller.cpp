@@ -1,15 +1,26 @@
 #include "KVTestInstaller.h"
 
+#include "KVTestFiles.h"
 #include "KVTestSandbox.h"
 #include "KVTestUpdateServer.h"
 #include "Platform/KVBundle.h"
 
+#include <QDirIterator>
 #include <QProcess>
 #include <QTest>
 
 QString KVTestInstaller::builtBundlePath()
 {
     return QStringLiteral(NESTORA_BUILD_DIR "/NestoraInstaller.app");
+}
+
+QString KVTestInstaller::log()
+{
+    QString log;
+    QDirIterator files(KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/InstallerLog"), QDir::Files);
+    while (files.hasNext())
+        log += QString::fromUtf8(KVTestFiles::readFile(files.next()));
+    return log;
 }
 
 KVTestInstaller::KVTestInstaller()

@@ -16,12 +16,16 @@ KVTestSandbox::KVTestSandbox()
     qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
     qputenv("XDG_CACHE_HOME", (root() + QStringLiteral("/cache")).toUtf8());
     qputenv("TMPDIR", temporaryDirectory().toUtf8());
+    qputenv("XDG_RUNTIME_DIR", runtimeDirectory().toUtf8());
     qputenv("NESTORA_APPLICATIONS_DIR", applicationsDirectory().toUtf8());
     qputenv("NESTORA_DISABLE_SYSLOG", "1");
     reset();
 }
 
-KVTestSandbox::~KVTestSandbox() { currentSandbox = nullptr; }
+KVTestSandbox::~KVTestSandbox()
+{
+    currentSandbox = nullptr;
+}
 
 KVTestSandbox &KVTestSandbox::current()
 {
@@ -29,18 +33,39 @@ KVTestSandbox &KVTestSandbox::current()
     return *currentSandbox;
 }
 
-QString KVTestSandbox::home() const { return root() + QStringLiteral("/home"); }
-QString KVTestSandbox::dataHome() const { return home() + QStringLiteral("/.local/share"); }
-QString KVTestSandbox::configHome() const { return home() + QStringLiteral("/.config"); }
-QString KVTestSandbox::temporaryDirectory() const { return root() + QStringLiteral("/tmp"); }
-QString KVTestSandbox::applicationsDirectory() const { return root() + QStringLiteral("/Applications"); }
+QString KVTestSandbox::home() const
+{
+    return root() + QStringLiteral("/home");
+}
+QString KVTestSandbox::dataHome() const
+{
+    return home() + QStringLiteral("/.local/share");
+}
+QString KVTestSandbox::configHome() const
+{
+    return home() + QStringLiteral("/.config");
+}
+QString KVTestSandbox::temporaryDirectory() const
+{
+    return root() + QStringLiteral("/tmp");
+}
+QString KVTestSandbox::runtimeDirectory() const
+{
+    return root() + QStringLiteral("/run");
+}
+QString KVTestSandbox::applicationsDirectory() const
+{
+    return root() + QStringLiteral("/Applications");
+}
 
 void KVTestSandbox::reset()
 {
-    for (const QString &folder : {home(), temporaryDirectory(), applicationsDirectory()}) {
+    for (const QString &folder : {home(), temporaryDirectory(), runtimeDirectory(), applicationsDirectory()}) {
         QDir(folder).removeRecursively();
         QDir().mkpath(folder);
     }
+    // Private, as Qt requires of a runtime folder (it would otherwise make one in TMPDIR).
+    QFile::setPermissions(runtimeDirectory(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     QDir().mkpath(dataHome());
     QDir().mkpath(configHome());
     QDir().mkpath(home() + QStringLiteral("/Downloads"));

@@ -5,7 +5,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-// A throw-away home for one test process: HOME, the XDG folders, TMPDIR and the applications
+// A throw-away home for one test process: HOME, the XDG folders (the runtime folder too), TMPDIR and the applications
 // folder all point into a fresh temporary folder, so nothing a test does reaches the real user's
 // settings, logs or applications. Construct it before anything reads those paths.
 class KVTestSandbox
@@ -21,6 +21,7 @@ public:
     QString dataHome() const;   // XDG_DATA_HOME, the "Application Support" folder
     QString configHome() const; // XDG_CONFIG_HOME
     QString temporaryDirectory() const;
+    QString runtimeDirectory() const; // XDG_RUNTIME_DIR
     QString applicationsDirectory() const;
 
     // Removes everything the tests wrote below the sandbox and recreates its empty folders.
@@ -31,13 +32,13 @@ private:
 };
 
 // A Qt Test main() that runs the test object inside a KVTestSandbox.
-#define NESTORA_TEST_MAIN(TestObject)                                                                              \
-    int main(int argc, char *argv[])                                                                               \
-    {                                                                                                              \
-        KVTestSandbox sandbox;                                                                                     \
-        QApplication application(argc, argv);                                                                      \
-        application.setAttribute(Qt::AA_Use96Dpi, true);                                                           \
-        TestObject test;                                                                                           \
-        QTEST_SET_MAIN_SOURCE_PATH                                                                                 \
-        return QTest::qExec(&test, argc, argv);                                                                    \
+#define NESTORA_TEST_MAIN(TestObject)                                                                                  \
+    int main(int argc, char *argv[])                                                                                   \
+    {                                                                                                                  \
+        KVTestSandbox sandbox;                                                                                         \
+        QApplication application(argc, argv);                                                                          \
+        application.setAttribute(Qt::AA_Use96Dpi, true);                                                               \
+        TestObject test;                                                                                               \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                                     \
+        return QTest::qExec(&test, argc, argv);                                                                        \
     }
