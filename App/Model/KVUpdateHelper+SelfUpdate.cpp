@@ -1,5 +1,7 @@
 #include "App/Model/KVInstallerRelaunch.h"
+#include "App/Model/KVLeftovers.h"
 #include "App/Model/KVUpdateHelper.h"
+
 #include "Core/Extensions/KVNumberText.h"
 #include "Core/Extensions/KVWindowPlacement.h"
 #include "Core/Logging/KVLog.h"
@@ -93,7 +95,7 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
                     KVLogError("Failed to deployInstaller %@ to %@ with error:%@", *items, target, error);
             }
             if (items) // the extraction folder, emptied by the swap or holding a build that failed
-                (void)KVFileOperations::removeItem(QFileInfo(items->first()).absolutePath());
+                KVLeftovers::removeUnpackingFolderOf(*items);
         }
         (void)KVFileOperations::removeItem(downloadPath);
 
