@@ -11,11 +11,13 @@
 // The installer's launch sequence: logging, launch logging, window placement from the
 // "-KVWindowOrigin" arguments, the registered defaults, the update engine and the window with
 // its content.
-class KVIAppDelegate : public QObject {
+class KVIAppDelegate : public QObject
+{
     Q_OBJECT
 public:
     // The main screen's full size and the menu bar's height; tests replace them.
-    struct ScreenMetrics {
+    struct ScreenMetrics
+    {
         QSizeF screenSize;
         double menuBarHeight = 0;
     };

@@ -5,7 +5,8 @@
 
 // The installer window's plain white content view. Its background is a handle: dragging it
 // moves the borderless window.
-class KVIView : public QWidget {
+class KVIView : public QWidget
+{
 public:
     explicit KVIView(QWidget *parent = nullptr);
 

@@ -13,15 +13,18 @@ extern char **environ;
 
 namespace {
 // posix_spawn's attributes and file actions, released however start() returns.
-struct SpawnSettings {
+struct SpawnSettings
+{
     posix_spawnattr_t attributes;
     posix_spawn_file_actions_t fileActions;
 
-    SpawnSettings() {
+    SpawnSettings()
+    {
         posix_spawnattr_init(&attributes);
         posix_spawn_file_actions_init(&fileActions);
     }
-    ~SpawnSettings() {
+    ~SpawnSettings()
+    {
         posix_spawn_file_actions_destroy(&fileActions);
         posix_spawnattr_destroy(&attributes);
     }
@@ -29,15 +32,15 @@ struct SpawnSettings {
     SpawnSettings &operator=(const SpawnSettings &) = delete;
 
     // The first failing call's error number, or 0.
-    int configureDetached() {
+    int configureDetached()
+    {
         sigset_t noSignals;
         sigset_t allSignals;
         sigemptyset(&noSignals);
         sigfillset(&allSignals);
         const short flags = POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
         for (const int result :
-             {posix_spawnattr_setflags(&attributes, flags),
-              posix_spawnattr_setsigmask(&attributes, &noSignals),
+             {posix_spawnattr_setflags(&attributes, flags), posix_spawnattr_setsigmask(&attributes, &noSignals),
               posix_spawnattr_setsigdefault(&attributes, &allSignals),
               posix_spawn_file_actions_addopen(&fileActions, STDIN_FILENO, "/dev/null", O_RDONLY, 0),
               posix_spawn_file_actions_addopen(&fileActions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0),
@@ -54,7 +57,8 @@ struct SpawnSettings {
 
 namespace KVDetachedProcess {
 
-std::optional<qint64> start(const QString &program, const QStringList &arguments, KVError *error) {
+std::optional<qint64> start(const QString &program, const QStringList &arguments, KVError *error)
+{
     const QByteArray programPath = QFile::encodeName(program);
     QList<QByteArray> argumentBytes{programPath};
     for (const QString &argument : arguments)
@@ -68,8 +72,8 @@ std::optional<qint64> start(const QString &program, const QStringList &arguments
     pid_t processIdentifier = 0;
     int result = settings.configureDetached();
     if (result == 0)
-        result = posix_spawn(&processIdentifier, programPath.constData(), &settings.fileActions,
-                             &settings.attributes, argv.data(), environ);
+        result = posix_spawn(&processIdentifier, programPath.constData(), &settings.fileActions, &settings.attributes,
+                             argv.data(), environ);
     if (result != 0) {
         if (error)
             *error = KVError::fromErrno(result, program);

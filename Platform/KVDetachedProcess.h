@@ -12,7 +12,6 @@
 namespace KVDetachedProcess {
 
 // The new process's id, or nothing with *error set when the program could not be started.
-[[nodiscard]] std::optional<qint64> start(const QString &program, const QStringList &arguments,
-                                          KVError *error);
+[[nodiscard]] std::optional<qint64> start(const QString &program, const QStringList &arguments, KVError *error);
 
 } // namespace KVDetachedProcess

@@ -4,7 +4,10 @@
 
 namespace KVSystemLog {
 
-bool isEnabled() { return qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG"); }
+bool isEnabled()
+{
+    return qEnvironmentVariableIsEmpty("NESTORA_DISABLE_SYSLOG");
+}
 
 void write(const QString &message)
 {

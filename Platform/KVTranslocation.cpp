@@ -2,7 +2,8 @@
 
 namespace KVTranslocation {
 
-bool isTranslocatedURL(const QUrl &, QUrl *) {
+bool isTranslocatedURL(const QUrl &, QUrl *)
+{
     return false;
 }
 

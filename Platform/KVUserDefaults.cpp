@@ -18,14 +18,14 @@ KVUserDefaults &KVUserDefaults::standardUserDefaults()
 
 KVUserDefaults::KVUserDefaults(QString filePath)
     : m_filePath(std::move(filePath))
-{
-}
+{}
 
 // Every write replaces the file (a new inode), and the modification time has nanoseconds: two
 // writes in the same millisecond still look different, which a QDateTime would not tell.
 KVUserDefaults::FileIdentity KVUserDefaults::identityOnDisk() const
 {
-    struct stat status {};
+    struct stat status
+    {};
     if (::stat(QFile::encodeName(m_filePath).constData(), &status) != 0)
         return {};
     return {quint64(status.st_ino), qint64(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec, true};

@@ -9,8 +9,7 @@ public:
     KVINIItem(QString key, QString value)
         : m_key(std::move(key))
         , m_value(std::move(value))
-    {
-    }
+    {}
 
     const QString &key() const { return m_key; }
     const QString &value() const { return m_value; }

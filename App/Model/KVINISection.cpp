@@ -3,8 +3,7 @@
 KVINISection::KVINISection(QString name, QList<KVINIItem> items)
     : m_name(std::move(name))
     , m_items(std::move(items))
-{
-}
+{}
 
 QString KVINISection::valueForKey(const QString &key) const
 {
@@ -14,4 +13,7 @@ QString KVINISection::valueForKey(const QString &key) const
     return {};
 }
 
-void KVINISection::addItemWithKey(const QString &key, const QString &value) { m_items.append(KVINIItem(key, value)); }
+void KVINISection::addItemWithKey(const QString &key, const QString &value)
+{
+    m_items.append(KVINIItem(key, value));
+}

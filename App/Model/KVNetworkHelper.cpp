@@ -10,22 +10,24 @@ const QString className = QStringLiteral("KVNetworkHelper");
 const QString fallbackBackend = QStringLiteral("glib");
 } // namespace
 
-KVNetworkHelper &KVNetworkHelper::sharedInstance() {
+KVNetworkHelper &KVNetworkHelper::sharedInstance()
+{
     static KVNetworkHelper *instance = new KVNetworkHelper(loadReachabilityManager());
     return *instance;
 }
 
 KVNetworkHelper::KVNetworkHelper(QNetworkInformation *reachabilityManager, QObject *parent)
     : QObject(parent)
-    , m_reachabilityManager(reachabilityManager) {
+    , m_reachabilityManager(reachabilityManager)
+{
     startMonitor();
 }
 
-QNetworkInformation *KVNetworkHelper::loadReachabilityManager() {
+QNetworkInformation *KVNetworkHelper::loadReachabilityManager()
+{
     if (QNetworkInformation::loadDefaultBackend())
         return QNetworkInformation::instance();
-    KVLogInfo("%@: the default network information back end did not load; trying %@", className,
-              fallbackBackend);
+    KVLogInfo("%@: the default network information back end did not load; trying %@", className, fallbackBackend);
     if (QNetworkInformation::loadBackendByName(fallbackBackend))
         return QNetworkInformation::instance();
     KVLogWarning("%@: no network information back end could be loaded, available back ends: %@", className,
@@ -33,7 +35,8 @@ QNetworkInformation *KVNetworkHelper::loadReachabilityManager() {
     return nullptr;
 }
 
-void KVNetworkHelper::startMonitor() {
+void KVNetworkHelper::startMonitor()
+{
     if (!m_reachabilityManager) {
         // Without a monitor the installer would wait for the network forever; let it try instead
         // and report a failed connection if the server cannot be reached.
@@ -43,8 +46,7 @@ void KVNetworkHelper::startMonitor() {
         reportStatus(StatusReachableViaWiFi);
         return;
     }
-    KVLogInfo("%@: monitoring reachability with the %@ back end", className,
-              m_reachabilityManager->backendName());
+    KVLogInfo("%@: monitoring reachability with the %@ back end", className, m_reachabilityManager->backendName());
     connect(m_reachabilityManager, &QNetworkInformation::reachabilityChanged, this,
             &KVNetworkHelper::reportCurrentStatus);
     connect(m_reachabilityManager, &QNetworkInformation::transportMediumChanged, this,
@@ -53,9 +55,10 @@ void KVNetworkHelper::startMonitor() {
     reportCurrentStatus();
 }
 
-void KVNetworkHelper::reportCurrentStatus() {
-    reportStatus(statusForReachability(m_reachabilityManager->reachability(),
-                                       m_reachabilityManager->transportMedium()));
+void KVNetworkHelper::reportCurrentStatus()
+{
+    reportStatus(
+        statusForReachability(m_reachabilityManager->reachability(), m_reachabilityManager->transportMedium()));
 }
 
 // Qt's reachability levels map to the statuses as follows:
@@ -64,9 +67,9 @@ void KVNetworkHelper::reportCurrentStatus() {
 //   Site, Online           ->  1 over a cellular link, else 2 (Wi-Fi, Ethernet, anything else).
 // Site counts as reachable because a routed network is up, which is all that host-independent
 // reachability promises; an update server on the intranet is reachable then.
-KVNetworkHelper::Status
-KVNetworkHelper::statusForReachability(QNetworkInformation::Reachability reachability,
-                                       QNetworkInformation::TransportMedium transportMedium) {
+KVNetworkHelper::Status KVNetworkHelper::statusForReachability(QNetworkInformation::Reachability reachability,
+                                                               QNetworkInformation::TransportMedium transportMedium)
+{
     switch (reachability) {
     case QNetworkInformation::Reachability::Unknown:
         return StatusUnknown;
@@ -81,7 +84,8 @@ KVNetworkHelper::statusForReachability(QNetworkInformation::Reachability reachab
                                                                              : StatusReachableViaWiFi;
 }
 
-void KVNetworkHelper::reportStatus(int status) {
+void KVNetworkHelper::reportStatus(int status)
+{
     QString notification;
     switch (status) {
     case StatusReachableViaWWAN:

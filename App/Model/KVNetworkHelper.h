@@ -10,7 +10,8 @@ inline const QString KVNetworkNotReachableNotification = QStringLiteral("KVNetwo
 // Watches general internet reachability for the life of the process and broadcasts every report
 // as "KVNetworkReachableNotification" or "KVNetworkNotReachableNotification", so the installer
 // can pause while offline and resume when the network returns.
-class KVNetworkHelper : public QObject {
+class KVNetworkHelper : public QObject
+{
     Q_OBJECT
 public:
     // Reachability as reported to observers.

@@ -9,17 +9,20 @@
 namespace {
 const QLatin1String kModulePrefix("Mac_Module_");
 
-QString nestoraDataFolder() {
+QString nestoraDataFolder()
+{
     return KVStandardPaths::applicationSupportDirectory() + QStringLiteral("/Nestora");
 }
 
-QString historyVersion(const QVariantMap &history, const QString &sectionName) {
+QString historyVersion(const QVariantMap &history, const QString &sectionName)
+{
     const QVariant value = history.value(sectionName);
     return value.metaType() == QMetaType::fromType<QString>() ? value.toString() : QString();
 }
 } // namespace
 
-KVUpdateSectionType KVUpdateHelper::typeOfSection(const KVINISection &section) const {
+KVUpdateSectionType KVUpdateHelper::typeOfSection(const KVINISection &section) const
+{
     const QString &name = section.name();
     if (name == QLatin1String("Mac_Installer"))
         return KVUpdateSectionTypeInstaller;
@@ -50,23 +53,28 @@ KVUpdateSectionType KVUpdateHelper::typeOfSection(const KVINISection &section) c
     return KVUpdateSectionTypeUnknown;
 }
 
-QString KVUpdateHelper::currentVersion() const {
+QString KVUpdateHelper::currentVersion() const
+{
     return KVBundle::mainBundle().bundleVersion();
 }
 
-QString KVUpdateHelper::currentVersionOfDevicesXML() const {
+QString KVUpdateHelper::currentVersionOfDevicesXML() const
+{
     return historyVersion(m_history, QStringLiteral("Device_XML"));
 }
 
-QString KVUpdateHelper::currentVersionOfDeviceIcons() const {
+QString KVUpdateHelper::currentVersionOfDeviceIcons() const
+{
     return historyVersion(m_history, QStringLiteral("Device_Icon"));
 }
 
-QString KVUpdateHelper::currentVersionOfSmartCard() const {
+QString KVUpdateHelper::currentVersionOfSmartCard() const
+{
     return historyVersion(m_history, QStringLiteral("Smart_Cards"));
 }
 
-QString KVUpdateHelper::currentVersionOfPlugin(const KVINISection &section) const {
+QString KVUpdateHelper::currentVersionOfPlugin(const KVINISection &section) const
+{
     const QString path = deploymentPathForSection(section);
     if (path.isNull() || !QFileInfo::exists(path))
         return {};
@@ -74,7 +82,8 @@ QString KVUpdateHelper::currentVersionOfPlugin(const KVINISection &section) cons
     return bundle ? bundle->bundleVersion() : QString();
 }
 
-QString KVUpdateHelper::pluginDirectory() const {
+QString KVUpdateHelper::pluginDirectory() const
+{
     const QString path = nestoraDataFolder() + QStringLiteral("/PlugIns");
     // Only a folder that is already there is "created", which changes nothing: this look-up must
     // never make the plug-in folder, and the deployment copes with its absence.
@@ -83,7 +92,8 @@ QString KVUpdateHelper::pluginDirectory() const {
     return path;
 }
 
-QString KVUpdateHelper::downloadPathForSection(const KVINISection &section) const {
+QString KVUpdateHelper::downloadPathForSection(const KVINISection &section) const
+{
     QString fileName;
     switch (typeOfSection(section)) {
     case KVUpdateSectionTypeInstallerRelease:
@@ -113,7 +123,8 @@ QString KVUpdateHelper::downloadPathForSection(const KVINISection &section) cons
     return KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + fileName;
 }
 
-QString KVUpdateHelper::deploymentPathForSection(const KVINISection &section) const {
+QString KVUpdateHelper::deploymentPathForSection(const KVINISection &section) const
+{
     const KVUpdateSectionType type = typeOfSection(section);
     switch (type) {
     case KVUpdateSectionTypeInstallerRelease:
@@ -140,10 +151,12 @@ QString KVUpdateHelper::deploymentPathForSection(const KVINISection &section) co
     return {};
 }
 
-QString KVUpdateHelper::featureNameForPlugin(const QString &) const {
+QString KVUpdateHelper::featureNameForPlugin(const QString &) const
+{
     return {};
 }
 
-bool KVUpdateHelper::isAppLaunchedByInstaller() const {
+bool KVUpdateHelper::isAppLaunchedByInstaller() const
+{
     return false;
 }

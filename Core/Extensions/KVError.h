@@ -40,7 +40,7 @@ enum KVUpdateHelperErrorCode : qint64 {
     KVUpdateHelperErrorNothingInstalled = 3,      // no application installed, and none offered
     KVUpdateHelperErrorLaunchFailed = 4,          // the application could not be started
     KVUpdateHelperErrorInstallScriptUnusable = 5, // the bundle's install script is missing or not executable
-    KVUpdateHelperErrorInvalidArchive = 6, // a verified archive that must not be unpacked or deployed
+    KVUpdateHelperErrorInvalidArchive = 6,        // a verified archive that must not be unpacked or deployed
 };
 
 // An error value: domain, code and user info, or nothing at all (the null error means success).

@@ -9,16 +9,17 @@ namespace {
 
 const char *const kContext = "Localizable";
 
-struct StringTables {
+struct StringTables
+{
     QMutex mutex;
     std::unique_ptr<QTranslator> preferred;
     std::unique_ptr<QTranslator> english;
     bool loaded = false;
 
-    void load(const QLocale &locale) {
+    void load(const QLocale &locale)
+    {
         preferred = std::make_unique<QTranslator>();
-        if (!preferred->load(locale, QStringLiteral("nestora"), QStringLiteral("_"),
-                             QStringLiteral(":/i18n")))
+        if (!preferred->load(locale, QStringLiteral("nestora"), QStringLiteral("_"), QStringLiteral(":/i18n")))
             preferred.reset();
         english = std::make_unique<QTranslator>();
         if (!english->load(QStringLiteral(":/i18n/nestora_en.qm")))
@@ -27,14 +28,16 @@ struct StringTables {
     }
 };
 
-StringTables &tables() {
+StringTables &tables()
+{
     static StringTables instance;
     return instance;
 }
 
 } // namespace
 
-QString KVLocalizedString(const QString &key) {
+QString KVLocalizedString(const QString &key)
+{
     StringTables &t = tables();
     QMutexLocker lock(&t.mutex);
     if (!t.loaded)
@@ -50,7 +53,8 @@ QString KVLocalizedString(const QString &key) {
     return QStringLiteral("");
 }
 
-void KVSetLocalizationLanguage(const QString &language) {
+void KVSetLocalizationLanguage(const QString &language)
+{
     StringTables &t = tables();
     QMutexLocker lock(&t.mutex);
     t.load(QLocale(language));

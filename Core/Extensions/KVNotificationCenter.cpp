@@ -16,13 +16,15 @@ void KVNotificationCenter::addObserver(QObject *owner, const QString &name, Hand
     // Only the first observation of an owner needs the destruction hook; it drops all of them.
     const auto sameOwner = [owner, id](const Observer &o) { return o.owner == owner && o.id != id; };
     if (owner && std::none_of(m_observers.cbegin(), m_observers.cend(), sameOwner))
-        QObject::connect(owner, &QObject::destroyed, owner, [this, owner] { removeObserver(owner); }, Qt::DirectConnection);
+        QObject::connect(
+            owner, &QObject::destroyed, owner, [this, owner] { removeObserver(owner); }, Qt::DirectConnection);
 }
 
 void KVNotificationCenter::removeObserver(QObject *owner, const QString &name)
 {
     QMutexLocker lock(&m_mutex);
-    std::erase_if(m_observers, [&](const Observer &o) { return o.owner == owner && (name.isEmpty() || o.name == name); });
+    std::erase_if(m_observers,
+                  [&](const Observer &o) { return o.owner == owner && (name.isEmpty() || o.name == name); });
 }
 
 void KVNotificationCenter::post(const QString &name, const QVariantMap &userInfo)

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 namespace {
-bool isPlainCharacter(QChar character) {
+bool isPlainCharacter(QChar character)
+{
     static const QString plainPunctuation = QStringLiteral("@%+=:,./-_");
-    return (character.unicode() < 0x80 && character.isLetterOrNumber()) ||
-           plainPunctuation.contains(character);
+    return (character.unicode() < 0x80 && character.isLetterOrNumber()) || plainPunctuation.contains(character);
 }
 } // namespace
 
@@ -26,7 +26,8 @@ QString quoted(const QString &word)
     return singleQuoted(word);
 }
 
-QString joined(const QStringList &words) {
+QString joined(const QStringList &words)
+{
     QStringList quotedWords;
     quotedWords.reserve(words.size());
     for (const QString &word : words)

@@ -12,7 +12,8 @@ static QString quotedListItem(const QString &item)
         return QStringLiteral("\"\"");
     for (const QChar c : item) {
         if (!(c.isLetterOrNumber() || c == QLatin1Char('_')))
-            return QLatin1Char('"') + QString(item).replace(QLatin1Char('"'), QStringLiteral("\\\"")) + QLatin1Char('"');
+            return QLatin1Char('"') + QString(item).replace(QLatin1Char('"'), QStringLiteral("\\\"")) +
+                   QLatin1Char('"');
     }
     return item;
 }

@@ -46,7 +46,10 @@ inline KVFormatArgument kvFormatArgument(const QUrl &value)
 {
     return {value.isEmpty() ? QStringLiteral("(null)") : KVPrintableURL(value), std::nullopt};
 }
-inline KVFormatArgument kvFormatArgument(const KVError &value) { return {value.description(), std::nullopt}; }
+inline KVFormatArgument kvFormatArgument(const KVError &value)
+{
+    return {value.description(), std::nullopt};
+}
 inline KVFormatArgument kvFormatArgument(const QStringList &value)
 {
     return {KVFormatDetail::describeList(value), std::nullopt};
@@ -55,37 +58,46 @@ inline KVFormatArgument kvFormatArgument(const QVariant &value)
 {
     return {KVFormatDetail::describeVariant(value), std::nullopt};
 }
-inline KVFormatArgument kvFormatArgument(bool value) { return {value ? QStringLiteral("1") : QStringLiteral("0"), double(value)}; }
-template <std::integral T>
-KVFormatArgument kvFormatArgument(T value)
+inline KVFormatArgument kvFormatArgument(bool value)
+{
+    return {value ? QStringLiteral("1") : QStringLiteral("0"), double(value)};
+}
+template <std::integral T> KVFormatArgument kvFormatArgument(T value)
 {
     return {QString::number(value), double(value)};
 }
-template <std::floating_point T>
-KVFormatArgument kvFormatArgument(T value)
+template <std::floating_point T> KVFormatArgument kvFormatArgument(T value)
 {
     return {QString::number(double(value), 'g', 17), double(value)};
 }
 // Anything with a description(), and pointers to it (nullptr renders as "(null)").
 template <typename T>
-    requires requires(const T &t) { { t.description() } -> std::convertible_to<QString>; }
+requires requires(const T &t)
+{
+    {
+        t.description()
+        } -> std::convertible_to<QString>;
+}
 KVFormatArgument kvFormatArgument(const T &value)
 {
     return {value.description(), std::nullopt};
 }
 template <typename T>
-    requires requires(const T &t) { { t.description() } -> std::convertible_to<QString>; }
+requires requires(const T &t)
+{
+    {
+        t.description()
+        } -> std::convertible_to<QString>;
+}
 KVFormatArgument kvFormatArgument(const T *value)
 {
     return value ? kvFormatArgument(*value) : KVFormatArgument{QStringLiteral("(null)"), std::nullopt};
 }
-template <typename T>
-KVFormatArgument kvFormatArgument(const std::shared_ptr<T> &value)
+template <typename T> KVFormatArgument kvFormatArgument(const std::shared_ptr<T> &value)
 {
     return kvFormatArgument(static_cast<const T *>(value.get()));
 }
-template <typename T>
-KVFormatArgument kvFormatArgument(const QList<std::shared_ptr<T>> &values)
+template <typename T> KVFormatArgument kvFormatArgument(const QList<std::shared_ptr<T>> &values)
 {
     QStringList items;
     for (const auto &value : values)
@@ -95,13 +107,11 @@ KVFormatArgument kvFormatArgument(const QList<std::shared_ptr<T>> &values)
 
 QString kvFormatWithArguments(const QString &format, const QList<KVFormatArgument> &arguments);
 
-template <typename... Args>
-QString KVFormat(const QString &format, const Args &...args)
+template <typename... Args> QString KVFormat(const QString &format, const Args &...args)
 {
     return kvFormatWithArguments(format, QList<KVFormatArgument>{kvFormatArgument(args)...});
 }
-template <typename... Args>
-QString KVFormat(const char *format, const Args &...args)
+template <typename... Args> QString KVFormat(const char *format, const Args &...args)
 {
     return KVFormat(QString::fromUtf8(format), args...);
 }

@@ -26,8 +26,9 @@ void flush();
 
 } // namespace KVLog
 
-#define KV_LOG(flag, format, ...)                                                                                  \
-    ::KVLog::write(flag, __FILE__, __LINE__, static_cast<const char *>(__func__), KVFormat(format __VA_OPT__(, ) __VA_ARGS__))
+#define KV_LOG(flag, format, ...)                                                                                      \
+    ::KVLog::write(flag, __FILE__, __LINE__, static_cast<const char *>(__func__),                                      \
+                   KVFormat(format __VA_OPT__(, ) __VA_ARGS__))
 #define KVLogError(format, ...) KV_LOG(KVLogFlag::Error, format __VA_OPT__(, ) __VA_ARGS__)
 #define KVLogWarning(format, ...) KV_LOG(KVLogFlag::Warning, format __VA_OPT__(, ) __VA_ARGS__)
 #define KVLogInfo(format, ...) KV_LOG(KVLogFlag::Info, format __VA_OPT__(, ) __VA_ARGS__)

@@ -68,9 +68,9 @@ KVLogSetup::Result KVLogSetup::setupCocoaLumberjack(const KVUserDefaults &defaul
         QDir().mkpath(folder); // a failure is left to the file sink, which then drops its lines
 
     Result result;
-    result.fileSink = std::make_shared<KVRollingFileSink>(folder, QStringLiteral("com.tovik.nestora.installer"),
-                                                          kRollingFrequencySeconds, kMaximumNumberOfLogFiles,
-                                                          options.clock);
+    result.fileSink =
+        std::make_shared<KVRollingFileSink>(folder, QStringLiteral("com.tovik.nestora.installer"),
+                                            kRollingFrequencySeconds, kMaximumNumberOfLogFiles, options.clock);
     // Only the user's own setting counts here: the bundled defaults are registered later in launch.
     const QVariant level = defaults.persistentObjectForKey(QStringLiteral("LogLevel"));
     if (level.metaType() == QMetaType::fromType<QString>()) {

@@ -26,8 +26,8 @@ public:
 
     struct Result
     {
-        QString levelName;             // as read, in its own case, or "info" in the fallback
-        std::optional<int> fileMask;   // nothing when no file logger was attached
+        QString levelName;           // as read, in its own case, or "info" in the fallback
+        std::optional<int> fileMask; // nothing when no file logger was attached
         std::shared_ptr<KVRollingFileSink> fileSink;
     };
 

@@ -7,11 +7,13 @@
 class KVCapturingSink final : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
-    QStringList lines() {
+    QStringList lines()
+    {
         std::lock_guard lock(mutex_);
         return m_lines;
     }
-    void clear() {
+    void clear()
+    {
         std::lock_guard lock(mutex_);
         m_lines.clear();
     }
@@ -34,7 +36,10 @@ KVLogCapture::KVLogCapture()
     KVLog::addSink(m_sink);
 }
 
-KVLogCapture::~KVLogCapture() { KVLog::removeSink(m_sink); }
+KVLogCapture::~KVLogCapture()
+{
+    KVLog::removeSink(m_sink);
+}
 
 QStringList KVLogCapture::messages() const
 {

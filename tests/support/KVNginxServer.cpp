@@ -14,12 +14,14 @@ namespace {
 const QString nginxProgram = QStringLiteral("/usr/sbin/nginx");
 
 // A string argument of the nginx configuration language.
-QString quoted(QString text) {
+QString quoted(QString text)
+{
     text.replace(QLatin1Char('\\'), QStringLiteral("\\\\")).replace(QLatin1Char('"'), QStringLiteral("\\\""));
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
-quint16 freeLoopbackPort() {
+quint16 freeLoopbackPort()
+{
     QTcpServer probe;
     return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
 }
@@ -29,43 +31,50 @@ quint16 freeLoopbackPort() {
 KVNginxServer::KVNginxServer(QString documentRoot)
     : m_documentRoot(QDir(documentRoot).absolutePath())
     // In the sandbox's root rather than its temporary folder, which tests empty between cases.
-    , m_state(KVTestSandbox::current().root() + QStringLiteral("/nginx-XXXXXX")) {
+    , m_state(KVTestSandbox::current().root() + QStringLiteral("/nginx-XXXXXX"))
+{
     m_process.setProcessChannelMode(QProcess::MergedChannels);
 }
 
-KVNginxServer::~KVNginxServer() {
+KVNginxServer::~KVNginxServer()
+{
     stop();
 }
 
-void KVNginxServer::answerNotFound(const QString &path) {
+void KVNginxServer::answerNotFound(const QString &path)
+{
     m_rules << Rule{path, QStringLiteral("return 404;")};
 }
 
-void KVNginxServer::proxy(const QString &path, const QUrl &upstream) {
+void KVNginxServer::proxy(const QString &path, const QUrl &upstream)
+{
     // Without a path after the address nginx passes the request's own path on. Unbuffered, so the
     // client sees exactly what the upstream sent, when it sent it.
-    const QString origin =
-        upstream.adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment).toString();
+    const QString origin = upstream.adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment).toString();
     m_rules << Rule{path, QStringLiteral("proxy_pass %1; proxy_buffering off;").arg(origin)};
 }
 
-void KVNginxServer::cutHalfway(const QString &path, KVTestHttpServer &misbehavingServer) {
+void KVNginxServer::cutHalfway(const QString &path, KVTestHttpServer &misbehavingServer)
+{
     QFile file(m_documentRoot + path);
     const QByteArray body = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     misbehavingServer.setResponse(path, {200, body, {}, KVTestHttpServer::Behaviour::DropHalfway, 0});
     proxy(path, misbehavingServer.url(path));
 }
 
-QUrl KVNginxServer::url(const QString &path) const {
+QUrl KVNginxServer::url(const QString &path) const
+{
     return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path));
 }
 
-QString KVNginxServer::errorLog() const {
+QString KVNginxServer::errorLog() const
+{
     QFile log(m_state.filePath(QStringLiteral("error.log")));
     return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
 }
 
-QString KVNginxServer::configuration() const {
+QString KVNginxServer::configuration() const
+{
     const auto statePath = [this](const QString &name) { return quoted(m_state.filePath(name)); };
     QString locations;
     for (const Rule &rule : m_rules)
@@ -101,7 +110,8 @@ http {
         .arg(quoted(m_documentRoot), locations);
 }
 
-bool KVNginxServer::start(QString *errorMessage) {
+bool KVNginxServer::start(QString *errorMessage)
+{
     Q_ASSERT(!isRunning());
     if (!m_state.isValid()) {
         *errorMessage = QStringLiteral("cannot create nginx's state folder: ") + m_state.errorString();
@@ -118,7 +128,8 @@ bool KVNginxServer::start(QString *errorMessage) {
     return false;
 }
 
-bool KVNginxServer::startOnce(QString *errorMessage) {
+bool KVNginxServer::startOnce(QString *errorMessage)
+{
     m_port = freeLoopbackPort();
     QFile config(m_state.filePath(QStringLiteral("nginx.conf")));
     if (m_port == 0 || !config.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
@@ -129,9 +140,8 @@ bool KVNginxServer::startOnce(QString *errorMessage) {
     config.close();
 
     // -p and -e keep nginx away from its compiled-in prefix and log under /var.
-    m_process.start(nginxProgram,
-                    {QStringLiteral("-p"), m_state.path(), QStringLiteral("-c"), config.fileName(),
-                     QStringLiteral("-e"), m_state.filePath(QStringLiteral("error.log"))});
+    m_process.start(nginxProgram, {QStringLiteral("-p"), m_state.path(), QStringLiteral("-c"), config.fileName(),
+                                   QStringLiteral("-e"), m_state.filePath(QStringLiteral("error.log"))});
     if (!m_process.waitForStarted(10000)) {
         *errorMessage = QStringLiteral("cannot run %1: %2").arg(nginxProgram, m_process.errorString());
         return false;
@@ -149,12 +159,12 @@ bool KVNginxServer::startOnce(QString *errorMessage) {
             return true;
     }
     stop();
-    *errorMessage =
-        QStringLiteral("nginx did not start: %1%2").arg(QString::fromUtf8(m_process.readAll()), errorLog());
+    *errorMessage = QStringLiteral("nginx did not start: %1%2").arg(QString::fromUtf8(m_process.readAll()), errorLog());
     return false;
 }
 
-void KVNginxServer::stop() {
+void KVNginxServer::stop()
+{
     if (m_process.state() == QProcess::NotRunning)
         return;
     m_process.terminate();

@@ -17,7 +17,8 @@ class KVTestHttpServer;
 // that must misbehave are therefore either answered by nginx itself (a 404) or passed through
 // nginx to a KVTestHttpServer that misbehaves as told, so the client still talks to nginx.
 // Thread: the test's main thread.
-class KVNginxServer {
+class KVNginxServer
+{
 public:
     explicit KVNginxServer(QString documentRoot);
     ~KVNginxServer();
@@ -45,7 +46,8 @@ public:
     QString errorLog() const;
 
 private:
-    struct Rule {
+    struct Rule
+    {
         QString path;
         QString directive; // what the location does
     };

@@ -15,7 +15,8 @@
 #include <QTimer>
 
 namespace {
-QString recordPath() {
+QString recordPath()
+{
     const QString configured = qEnvironmentVariable("NESTORA_COMPANION_RECORD");
     if (!configured.isEmpty())
         return configured;
@@ -23,7 +24,8 @@ QString recordPath() {
            QStringLiteral("/Nestora/companion-launches.jsonl");
 }
 
-bool recordStart(const QString &path, const QStringList &arguments) {
+bool recordStart(const QString &path, const QStringList &arguments)
+{
     QDir().mkpath(QFileInfo(path).path());
     QFile record(path);
     if (!record.open(QIODevice::WriteOnly | QIODevice::Append))
@@ -35,7 +37,8 @@ bool recordStart(const QString &path, const QStringList &arguments) {
 }
 } // namespace
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments().mid(1);
     const QString path = recordPath();

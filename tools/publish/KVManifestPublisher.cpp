@@ -11,12 +11,14 @@
 
 namespace {
 
-KVError publishError(KVPublishErrorCode code, const QString &message) {
+KVError publishError(KVPublishErrorCode code, const QString &message)
+{
     return KVError(KVPublishErrorDomain, code, {{KVLocalizedDescriptionKey, message}});
 }
 
 // Characters that would change how the installer reads a section name, an item or a list.
-bool isPlainToken(const QString &text) {
+bool isPlainToken(const QString &text)
+{
     static const QString reserved = QStringLiteral("_=;[]");
     return !text.isEmpty() && std::none_of(text.cbegin(), text.cend(), [](QChar c) {
         return c.isSpace() || c.category() == QChar::Other_Control || reserved.contains(c);
@@ -27,35 +29,35 @@ bool isPlainToken(const QString &text) {
 
 KVManifestPublisher::KVManifestPublisher(const QString &deliverablesDirectory, const QUrl &baseURL)
     : m_deliverables(deliverablesDirectory)
-    , m_baseURL(baseURL) {}
+    , m_baseURL(baseURL)
+{}
 
-std::optional<QJsonObject> KVManifestPublisher::readDescription(const QString &path, KVError *error) {
+std::optional<QJsonObject> KVManifestPublisher::readDescription(const QString &path, KVError *error)
+{
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        *error =
-            publishError(KVPublishErrorBadDescription,
-                         QStringLiteral("cannot read the description %1: %2").arg(path, file.errorString()));
+        *error = publishError(KVPublishErrorBadDescription,
+                              QStringLiteral("cannot read the description %1: %2").arg(path, file.errorString()));
         return std::nullopt;
     }
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError) {
-        *error =
-            publishError(KVPublishErrorBadDescription, QStringLiteral("%1 is not valid JSON: %2 at offset %3")
-                                                           .arg(path, parseError.errorString())
-                                                           .arg(parseError.offset));
+        *error = publishError(KVPublishErrorBadDescription, QStringLiteral("%1 is not valid JSON: %2 at offset %3")
+                                                                .arg(path, parseError.errorString())
+                                                                .arg(parseError.offset));
         return std::nullopt;
     }
     if (!document.isObject()) {
-        *error = publishError(KVPublishErrorBadDescription,
-                              QStringLiteral("%1 must hold a JSON object").arg(path));
+        *error = publishError(KVPublishErrorBadDescription, QStringLiteral("%1 must hold a JSON object").arg(path));
         return std::nullopt;
     }
     return document.object();
 }
 
-std::optional<QList<KVINISectionPtr>>
-KVManifestPublisher::sectionsForDescription(const QJsonObject &description, KVError *error) {
+std::optional<QList<KVINISectionPtr>> KVManifestPublisher::sectionsForDescription(const QJsonObject &description,
+                                                                                  KVError *error)
+{
     m_sections.clear();
     m_error = {};
     if (!addSections(description)) {
@@ -65,7 +67,8 @@ KVManifestPublisher::sectionsForDescription(const QJsonObject &description, KVEr
     return m_sections;
 }
 
-bool KVManifestPublisher::addSections(const QJsonObject &description) {
+bool KVManifestPublisher::addSections(const QJsonObject &description)
+{
     if (!hasOnlyKeys(description,
                      {QStringLiteral("baseURL"), QStringLiteral("installer"), QStringLiteral("application"),
                       QStringLiteral("modules"), QStringLiteral("deviceXML"), QStringLiteral("deviceIcons"),
@@ -73,14 +76,13 @@ bool KVManifestPublisher::addSections(const QJsonObject &description) {
                      QStringLiteral("the description")))
         return false;
 
-    m_servedFrom = m_baseURL.isEmpty()
-                       ? QUrl(description.value(QStringLiteral("baseURL")).toString(), QUrl::StrictMode)
-                       : m_baseURL;
+    m_servedFrom = m_baseURL.isEmpty() ? QUrl(description.value(QStringLiteral("baseURL")).toString(), QUrl::StrictMode)
+                                       : m_baseURL;
     if (!m_servedFrom.isValid() || m_servedFrom.host().isEmpty() ||
         (m_servedFrom.scheme() != QLatin1String("http") && m_servedFrom.scheme() != QLatin1String("https")))
-        return fail(KVPublishErrorBadDescription,
-                    QStringLiteral("the base URL must be an http or https address, not \"%1\"")
-                        .arg(m_servedFrom.toString()));
+        return fail(
+            KVPublishErrorBadDescription,
+            QStringLiteral("the base URL must be an http or https address, not \"%1\"").arg(m_servedFrom.toString()));
     // The base names a folder: file names are appended to it, never replace its last part.
     if (!m_servedFrom.path().endsWith(QLatin1Char('/')))
         m_servedFrom.setPath(m_servedFrom.path() + QLatin1Char('/'));
@@ -118,13 +120,13 @@ bool KVManifestPublisher::addSections(const QJsonObject &description) {
     return true;
 }
 
-bool KVManifestPublisher::addInstaller(const QJsonValue &part) {
+bool KVManifestPublisher::addInstaller(const QJsonValue &part)
+{
     const QString context = QStringLiteral("installer");
     if (!part.isObject())
         return fail(KVPublishErrorBadDescription, context + QStringLiteral(" must be an object"));
     const QJsonObject installer = part.toObject();
-    if (!hasOnlyKeys(installer,
-                     {QStringLiteral("releases"), QStringLiteral("updateFrom"), QStringLiteral("debug")},
+    if (!hasOnlyKeys(installer, {QStringLiteral("releases"), QStringLiteral("updateFrom"), QStringLiteral("debug")},
                      context))
         return false;
     const QString indexName = QStringLiteral("Mac_Installer");
@@ -145,24 +147,22 @@ bool KVManifestPublisher::addInstaller(const QJsonValue &part) {
     for (auto it = updateFrom.begin(); it != updateFrom.end(); ++it) {
         const QString entryContext = context + QStringLiteral(".updateFrom.") + it.key();
         const auto installedVersion = token(it.key(), entryContext);
-        const auto target = installedVersion
-                                ? releaseName(it.value(), *releaseSections, indexName, entryContext)
-                                : std::nullopt;
+        const auto target =
+            installedVersion ? releaseName(it.value(), *releaseSections, indexName, entryContext) : std::nullopt;
         if (!target)
             return false;
         index->addItemWithKey(*installedVersion, *target);
     }
     if (index->items().isEmpty())
         return fail(KVPublishErrorBadDescription,
-                    context +
-                        QStringLiteral(" needs \"updateFrom\" (installed version to release) or \"debug\": "
-                                       "otherwise no installer is ever offered its release"));
+                    context + QStringLiteral(" needs \"updateFrom\" (installed version to release) or \"debug\": "
+                                             "otherwise no installer is ever offered its release"));
     m_sections << index << *releaseSections;
     return true;
 }
 
-bool KVManifestPublisher::addIndexedReleases(const QJsonValue &part, const QString &context,
-                                             const QString &indexName) {
+bool KVManifestPublisher::addIndexedReleases(const QJsonValue &part, const QString &context, const QString &indexName)
+{
     if (!part.isObject())
         return fail(KVPublishErrorBadDescription, context + QStringLiteral(" must be an object"));
     const QJsonObject description = part.toObject();
@@ -179,21 +179,19 @@ bool KVManifestPublisher::addIndexedReleases(const QJsonValue &part, const QStri
     const QJsonValue bySystem = description.value(QStringLiteral("latestForSystem"));
     if (!bySystem.isUndefined() && !bySystem.isObject())
         return fail(KVPublishErrorBadDescription,
-                    context +
-                        QStringLiteral(".latestForSystem must map system versions to release versions"));
+                    context + QStringLiteral(".latestForSystem must map system versions to release versions"));
     const QJsonObject latestForSystem = bySystem.toObject();
     for (auto it = latestForSystem.begin(); it != latestForSystem.end(); ++it) {
         const QString entryContext = context + QStringLiteral(".latestForSystem.") + it.key();
         const auto system = token(it.key(), entryContext);
-        const auto name =
-            system ? releaseName(it.value(), *releaseSections, indexName, entryContext) : std::nullopt;
+        const auto name = system ? releaseName(it.value(), *releaseSections, indexName, entryContext) : std::nullopt;
         if (!name)
             return false;
         index->addItemWithKey(QStringLiteral("LatestVersion_") + *system, *name);
     }
     if (description.contains(QStringLiteral("debug"))) {
-        const auto debug = releaseName(description.value(QStringLiteral("debug")), *releaseSections,
-                                       indexName, context + QStringLiteral(".debug"));
+        const auto debug = releaseName(description.value(QStringLiteral("debug")), *releaseSections, indexName,
+                                       context + QStringLiteral(".debug"));
         if (!debug)
             return false;
         index->addItemWithKey(QStringLiteral("Debug"), *debug);
@@ -203,8 +201,7 @@ bool KVManifestPublisher::addIndexedReleases(const QJsonValue &part, const QStri
     const QJsonValue latest = description.contains(QStringLiteral("latest"))
                                   ? description.value(QStringLiteral("latest"))
                                   : QJsonValue(releaseSections->last()->name().section(QLatin1Char('_'), -1));
-    const auto latestName =
-        releaseName(latest, *releaseSections, indexName, context + QStringLiteral(".latest"));
+    const auto latestName = releaseName(latest, *releaseSections, indexName, context + QStringLiteral(".latest"));
     if (!latestName)
         return false;
     index->addItemWithKey(QStringLiteral("LatestVersion"), *latestName);
@@ -212,12 +209,12 @@ bool KVManifestPublisher::addIndexedReleases(const QJsonValue &part, const QStri
     return true;
 }
 
-std::optional<QList<KVINISectionPtr>>
-KVManifestPublisher::releases(const QJsonObject &part, const QString &context, const QString &indexName) {
+std::optional<QList<KVINISectionPtr>> KVManifestPublisher::releases(const QJsonObject &part, const QString &context,
+                                                                    const QString &indexName)
+{
     const QJsonArray list = part.value(QStringLiteral("releases")).toArray();
     if (list.isEmpty()) {
-        fail(KVPublishErrorBadDescription,
-             context + QStringLiteral(".releases must list at least one release"));
+        fail(KVPublishErrorBadDescription, context + QStringLiteral(".releases must list at least one release"));
         return std::nullopt;
     }
     QList<KVINISectionPtr> sections;
@@ -228,8 +225,7 @@ KVManifestPublisher::releases(const QJsonObject &part, const QString &context, c
             return std::nullopt;
         }
         const QJsonObject release = list.at(i).toObject();
-        if (!hasOnlyKeys(release,
-                         {QStringLiteral("version"), QStringLiteral("file"), QStringLiteral("osSupport")},
+        if (!hasOnlyKeys(release, {QStringLiteral("version"), QStringLiteral("file"), QStringLiteral("osSupport")},
                          releaseContext))
             return std::nullopt;
         const auto version =
@@ -237,8 +233,7 @@ KVManifestPublisher::releases(const QJsonObject &part, const QString &context, c
         if (!version)
             return std::nullopt;
         const QString name = indexName + QLatin1Char('_') + *version;
-        if (std::any_of(sections.cbegin(), sections.cend(),
-                        [&](const auto &s) { return s->name() == name; })) {
+        if (std::any_of(sections.cbegin(), sections.cend(), [&](const auto &s) { return s->name() == name; })) {
             fail(KVPublishErrorBadDescription,
                  releaseContext + QStringLiteral(": version %1 is listed twice").arg(*version));
             return std::nullopt;
@@ -269,8 +264,8 @@ KVManifestPublisher::releases(const QJsonObject &part, const QString &context, c
     return sections;
 }
 
-bool KVManifestPublisher::addDataItem(const QJsonValue &part, const QString &context,
-                                      const QString &sectionName) {
+bool KVManifestPublisher::addDataItem(const QJsonValue &part, const QString &context, const QString &sectionName)
+{
     const QJsonObject item = part.toObject();
     if (!part.isObject())
         return fail(KVPublishErrorBadDescription, context + QStringLiteral(" must be an object"));
@@ -287,38 +282,39 @@ bool KVManifestPublisher::addDataItem(const QJsonValue &part, const QString &con
     return true;
 }
 
-bool KVManifestPublisher::addDeliverableItems(KVINISection &section, const QJsonValue &file,
-                                              const QString &context) {
+bool KVManifestPublisher::addDeliverableItems(KVINISection &section, const QJsonValue &file, const QString &context)
+{
     const QString fileName = QDir::cleanPath(file.toString());
-    if (!file.isString() || fileName.isEmpty() || QDir::isAbsolutePath(fileName) ||
-        fileName == QLatin1String("..") || fileName.startsWith(QLatin1String("../")))
+    if (!file.isString() || fileName.isEmpty() || QDir::isAbsolutePath(fileName) || fileName == QLatin1String("..") ||
+        fileName.startsWith(QLatin1String("../")))
         return fail(KVPublishErrorBadDescription,
                     context + QStringLiteral(".file must name a file inside the deliverables folder"));
     const QString path = m_deliverables.filePath(fileName);
     QFile deliverable(path);
     if (!QFileInfo(path).isFile() || !deliverable.open(QIODevice::ReadOnly))
-        return fail(KVPublishErrorMissingDeliverable, QStringLiteral("%1: cannot read the deliverable %2")
-                                                          .arg(context, QDir::toNativeSeparators(path)));
+        return fail(KVPublishErrorMissingDeliverable,
+                    QStringLiteral("%1: cannot read the deliverable %2").arg(context, QDir::toNativeSeparators(path)));
     const QString digest = KVFileHandle::md5Value(&deliverable);
     if (digest.isNull())
-        return fail(KVPublishErrorMissingDeliverable, QStringLiteral("%1: cannot read the deliverable %2: %3")
-                                                          .arg(context, path, deliverable.errorString()));
+        return fail(
+            KVPublishErrorMissingDeliverable,
+            QStringLiteral("%1: cannot read the deliverable %2: %3").arg(context, path, deliverable.errorString()));
 
     QUrl relative;
     relative.setPath(fileName, QUrl::DecodedMode);
-    section.addItemWithKey(QStringLiteral("URL"),
-                           m_servedFrom.resolved(relative).toString(QUrl::FullyEncoded));
+    section.addItemWithKey(QStringLiteral("URL"), m_servedFrom.resolved(relative).toString(QUrl::FullyEncoded));
     section.addItemWithKey(QStringLiteral("Bytes"), QString::number(deliverable.size()));
     section.addItemWithKey(QStringLiteral("MD5"), digest);
     return true;
 }
 
-std::optional<QString> KVManifestPublisher::token(const QJsonValue &value, const QString &context) {
+std::optional<QString> KVManifestPublisher::token(const QJsonValue &value, const QString &context)
+{
     const QString text = value.toString();
     if (!value.isString() || !isPlainToken(text)) {
-        fail(KVPublishErrorBadDescription,
-             QStringLiteral("%1 must be a non-empty text without blanks, \"_\", \"=\", \";\" or brackets")
-                 .arg(context));
+        fail(
+            KVPublishErrorBadDescription,
+            QStringLiteral("%1 must be a non-empty text without blanks, \"_\", \"=\", \";\" or brackets").arg(context));
         return std::nullopt;
     }
     return text;
@@ -326,7 +322,8 @@ std::optional<QString> KVManifestPublisher::token(const QJsonValue &value, const
 
 std::optional<QString> KVManifestPublisher::releaseName(const QJsonValue &version,
                                                         const QList<KVINISectionPtr> &releases,
-                                                        const QString &indexName, const QString &context) {
+                                                        const QString &indexName, const QString &context)
+{
     const auto text = token(version, context);
     if (!text)
         return std::nullopt;
@@ -339,24 +336,25 @@ std::optional<QString> KVManifestPublisher::releaseName(const QJsonValue &versio
     return name;
 }
 
-bool KVManifestPublisher::hasOnlyKeys(const QJsonObject &object, const QStringList &keys,
-                                      const QString &context) {
+bool KVManifestPublisher::hasOnlyKeys(const QJsonObject &object, const QStringList &keys, const QString &context)
+{
     for (const QString &key : object.keys()) {
         if (!keys.contains(key))
-            return fail(KVPublishErrorBadDescription,
-                        QStringLiteral("unknown key \"%1\" in %2 (known: %3)")
-                            .arg(key, context, keys.join(QStringLiteral(", "))));
+            return fail(KVPublishErrorBadDescription, QStringLiteral("unknown key \"%1\" in %2 (known: %3)")
+                                                          .arg(key, context, keys.join(QStringLiteral(", "))));
     }
     return true;
 }
 
-bool KVManifestPublisher::fail(KVPublishErrorCode code, const QString &message) {
+bool KVManifestPublisher::fail(KVPublishErrorCode code, const QString &message)
+{
     if (m_error.isNull())
         m_error = publishError(code, message);
     return false;
 }
 
-QByteArray KVManifestPublisher::manifestText(const QList<KVINISectionPtr> &sections) {
+QByteArray KVManifestPublisher::manifestText(const QList<KVINISectionPtr> &sections)
+{
     QByteArray text;
     for (const KVINISectionPtr &section : sections) {
         if (!text.isEmpty())
@@ -368,8 +366,8 @@ QByteArray KVManifestPublisher::manifestText(const QList<KVINISectionPtr> &secti
     return text;
 }
 
-bool KVManifestPublisher::writeManifest(const QList<KVINISectionPtr> &sections, const QString &path,
-                                        KVError *error) {
+bool KVManifestPublisher::writeManifest(const QList<KVINISectionPtr> &sections, const QString &path, KVError *error)
+{
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly) && file.write(manifestText(sections)) >= 0 && file.commit())
         return true;

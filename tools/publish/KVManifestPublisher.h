@@ -48,7 +48,8 @@ enum KVPublishErrorCode : qint64 {
 // Versions, system versions and module names may not hold blanks, "_", "=", ";" or brackets,
 // because the manifest's section names and lists are built from them. Unknown keys are errors, so
 // a misspelt key never silently drops a release.
-class KVManifestPublisher {
+class KVManifestPublisher
+{
 public:
     // An empty base URL takes the description's "baseURL".
     KVManifestPublisher(const QString &deliverablesDirectory, const QUrl &baseURL);
