@@ -103,30 +103,20 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void waitsForTheNetwork();
+    void waitsForTheNetworkThenFindsNothingDue();
     void sectionUpdateWalksTheSteps();
     void selfUpdateWalksTheSteps();
-    void nothingDueShowsAnEmptyText();
     void checkErrorWaitsForTheNetwork();
     void checkAfterContinueFailingStillRuns();
-    void reachableResumesTheStep_data();
-    void reachableResumesTheStep();
-    void notReachableShowsTheConnectionText_data();
-    void notReachableShowsTheConnectionText();
+    void networkLossAndReturn_data();
+    void networkLossAndReturn();
     void doubleMonitorRunsHandlersTwice();
     void runErrorText_data();
     void runErrorText();
-    void firstErrorStays();
     void checkboxRule_data();
     void checkboxRule();
-    void licenceLayoutAndLinks();
+    void licenceLinksOpen();
     void licenceByKeyboardAlone();
-    void infoFrame_data();
-    void infoFrame();
-    void buttonWidths_data();
-    void buttonWidths();
-    void buttonRowIsCentred();
-    void checkingIndicatorFrames();
     void closing_data();
     void closing();
     void screensAreTidy_data();
@@ -232,20 +222,28 @@ bool FlowControllerTest::licenceControlsHidden() const
            !m_controller->licenseAgreementCheckbox()->isVisible() && !m_controller->licenseScrollView()->isVisible();
 }
 
-void FlowControllerTest::waitsForTheNetwork()
+void FlowControllerTest::waitsForTheNetworkThenFindsNothingDue()
 {
     QCOMPARE(m_monitorStarts, 1);
     QVERIFY(infoShows(text("IDS_INSTALLER_CHECK_INTERNET"), false));
     QVERIFY(!m_controller->checkingIndicator()->isVisible());
     QVERIFY(!m_controller->progressIndicator()->isVisible());
     QVERIFY(licenceControlsHidden());
-    QTest::qWait(50);
     QVERIFY(m_engine->installerChecks.isEmpty());
     QCOMPARE(m_controller->updateStep(), quint64(0));
 
     postReachable();
     QCOMPARE(m_engine->installerChecks.size(), 1);
     QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
+
+    m_engine->installerChecks.takeLast()(nullptr, kNoError);
+    m_engine->checks.takeLast()({}, kNoError);
+    QCOMPARE(m_controller->updateStep(), quint64(1));
+    QVERIFY(infoShows(QStringLiteral(""), false));
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+    QVERIFY(!m_controller->checkingIndicator()->isVisible());
+    QVERIFY(licenceControlsHidden());
+    QVERIFY(m_engine->sectionRuns.isEmpty());
 }
 
 void FlowControllerTest::sectionUpdateWalksTheSteps()
@@ -259,12 +257,8 @@ void FlowControllerTest::sectionUpdateWalksTheSteps()
     m_engine->checks.takeLast()(due, kNoError);
     QCOMPARE(m_controller->updateStep(), quint64(4));
     QVERIFY(!m_controller->infoScrollView()->isVisible());
-    QVERIFY(m_controller->continueButton()->isVisible());
-    QVERIFY(!m_controller->continueButton()->isEnabled());
-    QVERIFY(m_controller->cancelButton()->isVisible());
-    QVERIFY(m_controller->licenseAgreementCheckbox()->isVisible());
-    QVERIFY(!m_controller->licenseAgreementCheckbox()->checked());
-    QVERIFY(m_controller->licenseScrollView()->isVisible());
+    QVERIFY(m_controller->cancelButton()->isVisible() && m_controller->licenseScrollView()->isVisible());
+    QVERIFY(!m_controller->licenseAgreementCheckbox()->checked() && !m_controller->continueButton()->isEnabled());
 
     tickAndContinue();
     QVERIFY(licenceControlsHidden());
@@ -314,17 +308,6 @@ void FlowControllerTest::selfUpdateWalksTheSteps()
     QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
 }
 
-void FlowControllerTest::nothingDueShowsAnEmptyText()
-{
-    reachStep(1);
-    QCOMPARE(m_controller->updateStep(), quint64(1));
-    QVERIFY(infoShows(QStringLiteral(""), false));
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-    QVERIFY(!m_controller->checkingIndicator()->isVisible());
-    QVERIFY(licenceControlsHidden());
-    QVERIFY(m_engine->sectionRuns.isEmpty());
-}
-
 void FlowControllerTest::checkErrorWaitsForTheNetwork()
 {
     reachStep(0);
@@ -357,10 +340,10 @@ void FlowControllerTest::checkAfterContinueFailingStillRuns()
     QVERIFY(m_engine->sectionRuns.last().sections.isEmpty());
 }
 
-void FlowControllerTest::reachableResumesTheStep_data()
+void FlowControllerTest::networkLossAndReturn_data()
 {
     QTest::addColumn<quint64>("step");
-    QTest::addColumn<int>("installerChecks");
+    QTest::addColumn<int>("installerChecks"); // asked for once the network is back
     QTest::addColumn<int>("checks");
     QTest::addColumn<quint64>("stepAfter");
 
@@ -370,7 +353,7 @@ void FlowControllerTest::reachableResumesTheStep_data()
     QTest::newRow("7 complete") << quint64(7) << 0 << 1 << quint64(7);
 }
 
-void FlowControllerTest::reachableResumesTheStep()
+void FlowControllerTest::networkLossAndReturn()
 {
     QFETCH(quint64, step);
     QFETCH(int, installerChecks);
@@ -381,36 +364,6 @@ void FlowControllerTest::reachableResumesTheStep()
     QCOMPARE(m_controller->updateStep(), step);
     m_engine->installerChecks.clear();
     m_engine->checks.clear();
-
-    postReachable();
-    QCOMPARE(m_engine->installerChecks.size(), installerChecks);
-    QCOMPARE(m_engine->checks.size(), checks);
-    QCOMPARE(m_controller->updateStep(), stepAfter);
-    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-
-    if (checks) {
-        // A new deliverables check and run follow, and the step goes back to 5.
-        const int runs = int(m_engine->sectionRuns.size());
-        m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
-        QCOMPARE(m_controller->updateStep(), quint64(5));
-        QCOMPARE(m_engine->sectionRuns.size(), runs + 1);
-    }
-}
-
-void FlowControllerTest::notReachableShowsTheConnectionText_data()
-{
-    QTest::addColumn<quint64>("step");
-    QTest::newRow("0 checking") << quint64(0);
-    QTest::newRow("1 nothing due") << quint64(1);
-    QTest::newRow("6 running") << quint64(6);
-    QTest::newRow("7 complete") << quint64(7);
-}
-
-void FlowControllerTest::notReachableShowsTheConnectionText()
-{
-    QFETCH(quint64, step);
-    reachStep(step);
 
     postNotReachable();
     QCOMPARE(m_controller->updateStep(), step);
@@ -425,6 +378,19 @@ void FlowControllerTest::notReachableShowsTheConnectionText()
     postReachable();
     QVERIFY(!m_controller->checkingIndicator()->isVisible());
     QVERIFY(!m_controller->checkingIndicatorTimer());
+    QCOMPARE(m_engine->installerChecks.size(), installerChecks);
+    QCOMPARE(m_engine->checks.size(), checks);
+    QCOMPARE(m_controller->updateStep(), stepAfter);
+    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
+    QVERIFY(!m_controller->progressIndicator()->isVisible());
+
+    if (checks) {
+        // A new deliverables check and run follow, and the step goes back to 5.
+        const int runs = int(m_engine->sectionRuns.size());
+        m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
+        QCOMPARE(m_controller->updateStep(), quint64(5));
+        QCOMPARE(m_engine->sectionRuns.size(), runs + 1);
+    }
 }
 
 void FlowControllerTest::doubleMonitorRunsHandlersTwice()
@@ -455,10 +421,13 @@ void FlowControllerTest::runErrorText_data()
     QTest::addColumn<QString>("domain");
     QTest::addColumn<qint64>("code");
     QTest::addColumn<bool>("connection");
+    QTest::addColumn<bool>("offlineFirst"); // the first error shown stays
     // Offline the animation says that the installer goes on by itself once the network is back.
-    QTest::newRow("connection refused") << QStringLiteral("NSURLErrorDomain") << qint64(-1004) << true;
-    QTest::newRow("MD5 mismatch") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false;
-    QTest::newRow("privileged deployment") << QStringLiteral("") << qint64(-1) << false;
+    QTest::newRow("connection refused") << QStringLiteral("NSURLErrorDomain") << qint64(-1004) << true << false;
+    QTest::newRow("MD5 mismatch") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false << false;
+    QTest::newRow("privileged deployment") << QStringLiteral("") << qint64(-1) << false << false;
+    QTest::newRow("MD5 mismatch after going offline")
+        << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << true << true;
 }
 
 void FlowControllerTest::runErrorText()
@@ -466,22 +435,17 @@ void FlowControllerTest::runErrorText()
     QFETCH(QString, domain);
     QFETCH(qint64, code);
     QFETCH(bool, connection);
+    QFETCH(bool, offlineFirst);
 
     reachStep(6);
+    if (offlineFirst)
+        postNotReachable();
     m_engine->sectionRuns.last().completion({}, KVError(domain, code));
     QCOMPARE(m_controller->updateStep(), quint64(6));
     QVERIFY(!m_controller->progressIndicator()->isVisible());
     QCOMPARE(m_controller->checkingIndicator()->isVisible(), connection);
-    QVERIFY2(infoShows(KVErrorText(KVError(domain, code)), true), qPrintable(m_controller->infoTextView()->string()));
-    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
-}
-
-void FlowControllerTest::firstErrorStays()
-{
-    reachStep(6);
-    postNotReachable();
-    m_engine->sectionRuns.last().completion({}, KVError(QStringLiteral("KVUpdateHelperErrorDomain"), 1));
-    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
+    const QString shown = offlineFirst ? text("IDS_INSTALLER_ERROR_CONNECT") : KVErrorText(KVError(domain, code));
+    QVERIFY2(infoShows(shown, true), qPrintable(m_controller->infoTextView()->string()));
     QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
 }
 
@@ -492,8 +456,7 @@ void FlowControllerTest::checkboxRule_data()
     QTest::newRow("none") << 0 << false;
     QTest::newRow("ticked") << 1 << true;
     QTest::newRow("ticked and unticked") << 2 << false;
-    QTest::newRow("ticked and unticked twice") << 4 << false;
-    QTest::newRow("ticked again") << 5 << true;
+    QTest::newRow("ticked again") << 3 << true;
 }
 
 void FlowControllerTest::checkboxRule()
@@ -519,35 +482,12 @@ void FlowControllerTest::checkboxRule()
     QVERIFY(m_engine->installerChecks.isEmpty());
 }
 
-void FlowControllerTest::licenceLayoutAndLinks()
+void FlowControllerTest::licenceLinksOpen()
 {
     reachStep(4);
-    const QRectF continueFrame = m_controller->frameOf(m_controller->continueButton());
-    const QRectF licence = m_controller->frameOf(m_controller->licenseScrollView());
     const KVILinkTextView *textView = m_controller->licenseTextView();
-    const double textHeight =
-        KVTextMeasure::heightWithString(textView->string(), KVIFont::regular12(), licence.width());
-    // Frames lie on whole pixels: each edge within a pixel of the rule.
-    QCOMPARE(licence.y(), continueFrame.y() + continueFrame.height() + 27);
-    QVERIFY2(std::abs(licence.height() - textHeight) <= 1, qPrintable(QString::number(textHeight)));
-    QVERIFY(textHeight > 20); // the sentence wraps onto a second line
-    const QRectF box = m_controller->frameOf(m_controller->licenseAgreementCheckbox());
-    QCOMPARE(box.x(), 40.0);
-    QVERIFY(std::abs(box.y() + box.height() - (licence.y() + textHeight - 2)) <= 1);
-
-    const QString terms = text("IDS_TERMS");
-    QCOMPARE(textView->string(), QStringLiteral("I have read and accept the Terms and Conditions, the Privacy Policy "
-                                                "and the End User License Agreement."));
     const QList<KVILinkTextView::Link> links = textView->links();
     QCOMPARE(links.size(), 3);
-    const QStringList expected{"https://" NESTORA_VENDOR_SITE "/legal-privacy/terms-and-conditions/",
-                               "https://" NESTORA_VENDOR_SITE "/legal-privacy/",
-                               "https://" NESTORA_VENDOR_SITE "/legal-privacy/end-user-license-agreement/"};
-    for (int i = 0; i < 3; ++i) {
-        QCOMPARE(links[i].url.toString(), expected[i]);
-        QCOMPARE(links[i].location,
-                 textView->string().indexOf(QStringList{terms, text("IDS_PRIVACY"), text("IDS_EULA")}[i]));
-    }
 
     // A real click on a link opens it; a failed opening is only reported.
     QTest::mouseClick(m_controller->licenseTextView(), Qt::LeftButton, {},
@@ -556,9 +496,8 @@ void FlowControllerTest::licenceLayoutAndLinks()
     QVERIFY(!m_controller->textView(m_controller->licenseTextView(), QUrl(), 0));
     m_openSucceeds = false;
     QVERIFY(!m_controller->textView(m_controller->licenseTextView(), links[0].url, 0));
-
-    m_controller->licenseAgreementDidClick();
-    QCOMPARE(m_openedURLs.last().toString(), "http://" NESTORA_VENDOR_SITE "/legal-privacy/end-user-license-agreement");
+    QCOMPARE(m_terminations, 0);
+    QVERIFY(m_controller->licenseScrollView()->isVisible());
 }
 
 void FlowControllerTest::licenceByKeyboardAlone()
@@ -635,107 +574,6 @@ void FlowControllerTest::licenceByKeyboardAlone()
     QCOMPARE(m_engine->checks.size(), 1);
 }
 
-void FlowControllerTest::infoFrame_data()
-{
-    QTest::addColumn<QString>("info");
-    QTest::addColumn<bool>("error");
-    QTest::newRow("one line") << text("CHECKING_UPDATE") << false;
-    QTest::newRow("error") << text("IDS_INSTALLER_ERROR_CONNECT") << true;
-    QTest::newRow("taller than the room above the bar") << QString(40, QChar(u'x')).append(' ').repeated(20) << false;
-}
-
-void FlowControllerTest::infoFrame()
-{
-    QFETCH(QString, info);
-    QFETCH(bool, error);
-
-    m_controller->displayInfo(info, error);
-    const QRectF progress = m_controller->frameOf(m_controller->progressIndicator());
-    const QRectF frame = m_controller->frameOf(m_controller->infoScrollView());
-    const double width = KVIViewController::viewSize.width() - 80;
-    const double y = progress.y() + progress.height() + 24;
-    const double textHeight = KVTextMeasure::heightWithString(info, m_controller->infoTextView()->attributes(), width);
-    QCOMPARE(m_controller->infoTextView()->attributes().lineSpacing, 8.0);
-    QCOMPARE(m_controller->infoTextView()->attributes().alignment, Qt::AlignHCenter);
-    const double height = std::min(KVIViewController::viewSize.height() - y, textHeight);
-    QCOMPARE(frame.topLeft(), QPointF(40, y));
-    QCOMPARE(frame.width(), width);
-    QVERIFY2(std::abs(frame.height() - height) <= 1, qPrintable(QString::number(height)));
-}
-
-void FlowControllerTest::buttonWidths_data()
-{
-    QTest::addColumn<double>("titleWidth");
-    QTest::addColumn<double>("width");
-    QTest::addColumn<bool>("clipped");
-    QTest::newRow("94") << 94.0 << 130.0 << false;
-    QTest::newRow("114") << 114.0 << 150.0 << false;
-    QTest::newRow("114.5 rounds up") << 114.5 << 150.0 << true;
-    QTest::newRow("115") << 115.0 << 150.0 << true;
-}
-
-void FlowControllerTest::buttonWidths()
-{
-    QFETCH(double, titleWidth);
-    QFETCH(double, width);
-    QFETCH(bool, clipped);
-    const KVIViewController::ButtonWidth result = KVIViewController::buttonWidthForTitleWidth(titleWidth);
-    QCOMPARE(result.width, width);
-    QCOMPARE(result.clipped, clipped);
-}
-
-void FlowControllerTest::buttonRowIsCentred()
-{
-    KVButton *continueButton = m_controller->continueButton();
-    KVButton *cancelButton = m_controller->cancelButton();
-    const QString longTitle = QStringLiteral("Continue with the installation now");
-    continueButton->setTitle(longTitle);
-    m_controller->viewDidLayout();
-
-    const QRectF continueFrame = m_controller->frameOf(continueButton);
-    const QRectF cancelFrame = m_controller->frameOf(cancelButton);
-    QCOMPARE(continueFrame.width(), 150.0);
-    QCOMPARE(continueButton->toolTip(), longTitle);
-    QCOMPARE(cancelFrame.width(), 130.0);
-    QVERIFY(cancelButton->toolTip().isEmpty());
-    QCOMPARE(continueFrame.left() - cancelFrame.right(), 24.0);
-    QCOMPARE(cancelFrame.left(), KVIViewController::viewSize.width() - continueFrame.right());
-    QCOMPARE(continueFrame.y(), cancelFrame.y());
-}
-
-void FlowControllerTest::checkingIndicatorFrames()
-{
-    KVIImageView *indicator = m_controller->checkingIndicator();
-    m_controller->displayCheckingIndicator(true);
-    QTimer *timer = m_controller->checkingIndicatorTimer();
-    QVERIFY(timer);
-    QCOMPARE(timer->interval(), 40);
-    QVERIFY(timer->isActive());
-    // Fired once at once.
-    QCOMPARE(indicator->image().name(), QStringLiteral("installer progress  1"));
-    // Showing again starts no second timer.
-    m_controller->displayCheckingIndicator(true);
-    QCOMPARE(m_controller->checkingIndicatorTimer(), timer);
-    timer->stop(); // the ticks below are the test's
-
-    int frames = 1;
-    while (!KVImage::named(QStringLiteral("installer progress  %1").arg(frames + 1)).isNull()) {
-        m_controller->updateIndicator();
-        ++frames;
-        QCOMPARE(indicator->image().name(), QStringLiteral("installer progress  %1").arg(frames));
-    }
-    QVERIFY(frames > 1);
-    // One blank tick after the last frame, then frame 1 again.
-    m_controller->updateIndicator();
-    QVERIFY(indicator->image().isNull());
-    m_controller->updateIndicator();
-    QCOMPARE(indicator->image().name(), QStringLiteral("installer progress  1"));
-
-    m_controller->displayCheckingIndicator(false);
-    QVERIFY(!m_controller->checkingIndicatorTimer());
-    QVERIFY(!indicator->isVisible());
-}
-
 void FlowControllerTest::closing_data()
 {
     QTest::addColumn<quint64>("step");
@@ -761,10 +599,6 @@ void FlowControllerTest::closing()
     QTRY_VERIFY(m_controller->alert());
     KVIAlertViewController *alert = m_controller->alert();
     QCOMPARE(m_window->popupView(), alert->view());
-    QCOMPARE(alert->informativeText(), text("IDS_INSTALLER_EXIT_OR_NOT"));
-    QVERIFY(alert->messageText().isNull());
-    QCOMPARE(alert->defaultButton()->title(), text("IDS_INSTALLER_RESUME"));
-    QCOMPARE(alert->alternateButton()->title(), text("IDS_CANCEL"));
     QCOMPARE(m_terminations, 0);
 
     // The dialog does not pause the engine: a run's progress still moves the screen.
