@@ -5,7 +5,6 @@
 #include "App/Model/KVPrivilegeHelper.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVShellQuoting.h"
-#include "KVLogCapture.h"
 #include "KVTestFiles.h"
 #include "KVTestMount.h"
 #include "KVTestSandbox.h"
@@ -72,9 +71,6 @@ QStringList hiddenIn(const QString &folder)
         .entryList(QDir::Hidden | QDir::AllEntries | QDir::NoDotAndDotDot)
         .filter(QRegularExpression("^\\."));
 }
-
-// The folder made unwritable for the user: a read-only mount as root, missing write permission
-// otherwise. liftCommand() is what the stand-in elevator runs first, as root could write anyway.
 } // namespace
 
 class DeployTest : public QObject
@@ -153,7 +149,6 @@ private slots:
             archive = archive == QLatin1String("missing") ? sandbox().root() + QStringLiteral("/missing.zip") : made;
         QVERIFY(QDir().mkpath(sandbox().root() + QStringLiteral("/outside")));
 
-        KVLogCapture log;
         KVError error;
         QVERIFY(!KVUpdateHelper::unzip(archive, &error));
 
@@ -161,8 +156,6 @@ private slots:
         QCOMPARE(error.code(), code);
         QCOMPARE(treeOf(sandbox().temporaryDirectory()), QStringList()); // the half-filled folder is gone
         QCOMPARE(treeOf(sandbox().root() + QStringLiteral("/outside")), QStringList());
-        QVERIFY(
-            log.contains(QStringLiteral("unzip: failed to unzip %1 with error %2").arg(archive, error.description())));
     }
 
     void deployReplacesDestination_data()
@@ -233,7 +226,6 @@ private slots:
         if (!fullDisk && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
 
-        KVLogCapture log;
         KVError error;
         QVERIFY(KVUpdateHelper::deploy({unpackedApp()}, installedApp(), &error));
 
@@ -243,8 +235,6 @@ private slots:
         QVERIFY(readFile(installedApp() + QStringLiteral("/Contents/Resources/filler.bin")) == installedFiller);
         QCOMPARE(versionOf(unpackedApp()), QByteArray("2.0")); // not consumed
         QCOMPARE(treeOf(applications()).filter(QRegularExpression("^[^/]*$")), QStringList{"Nestora.app"});
-        QVERIFY(log.contains(QStringLiteral("Failed to replaceItemAtPath:%1 withItemAtPath:%2 with error:%3")
-                                 .arg(installedApp(), unpackedApp(), error.description())));
     }
 
     void replaceNeverLeavesDestinationMissing()
@@ -297,7 +287,6 @@ private slots:
         }
         QVERIFY(makeApp(installedApp(), "1.0") && makeApp(unpackedApp(), "2.0"));
 
-        KVLogCapture log;
         KVError error;
         KVUpdateHelper::deployApp({unpackedApp()}, installedApp(), &error);
 
@@ -306,8 +295,6 @@ private slots:
         settings.insert(QStringLiteral("installer_vendor"), QStringLiteral("Keldran"));
         QCOMPARE(KVPropertyList::readDictionary(settingsPath()), settings);
         QCOMPARE(QFileInfo(settingsPath()).lastModified().toUTC() != longAgo, rewritten);
-        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1").arg(installedApp())));
-        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did deploy app to %1.").arg(installedApp())));
     }
 
     void deployAppWithPrivilege_data()
@@ -348,7 +335,6 @@ private slots:
         qputenv("NESTORA_STANDIN_BEFORE", unwritable.liftCommand().toUtf8());
         if (dismiss)
             qputenv("NESTORA_STANDIN_DISMISS", "1");
-        KVLogCapture log;
         KVError error;
         KVUpdateHelper::deployApp({item}, destination, &error);
 
@@ -359,13 +345,11 @@ private slots:
             word = KVShellQuoting::singleQuoted(word);
         QCOMPARE(QString::fromUtf8(readFile(record).split('\0').value(2)), command.join(QLatin1Char(' ')));
         QVERIFY(!QFileInfo::exists(sandbox().root() + QStringLiteral("/pwned")));
-        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper will deploy app to %1 with privilege").arg(destination)));
 
         if (description.isNull()) {
             QVERIFY2(!error, qPrintable(error.description()));
             QCOMPARE(versionOf(destination), QByteArray("2.0"));
             QCOMPARE(hiddenIn(parent), QStringList());
-            QVERIFY(log.contains(QStringLiteral("KVUpdateHelper did deploy app to %1.").arg(destination)));
             QCOMPARE(KVPropertyList::readDictionary(settingsPath()).value(QStringLiteral("installer_vendor")),
                      QVariant(QStringLiteral("Keldran")));
             return;
@@ -376,8 +360,6 @@ private slots:
         QVERIFY2(error.localizedDescription().startsWith(description), qPrintable(error.localizedDescription()));
         QCOMPARE(versionOf(destination), QByteArray("1.0"));
         QVERIFY(!QFileInfo::exists(settingsPath()));
-        QVERIFY(log.contains(QStringLiteral("KVUpdateHelper failed to deploy app to %1, error %2.")
-                                 .arg(destination, error.description())));
     }
 
     void removesOnlyWhatEarlierRunsLeft()
@@ -428,11 +410,8 @@ private slots:
         if (!parentWritable && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
 
-        KVLogCapture log;
         KVError error;
         QVERIFY(KVUpdateHelper::deployInstaller(newBundle, running, &error));
-
-        QVERIFY(log.contains(QStringLiteral("deployInstaller from %1 to path:%2").arg(newBundle, running)));
         if (newBundleExists && parentWritable) {
             QVERIFY2(!error, qPrintable(error.description()));
             QCOMPARE(versionOf(running), QByteArray("2.0"));
@@ -440,18 +419,12 @@ private slots:
             QCOMPARE(hiddenIn(applications()), QStringList{".NestoraInstaller.app.previous"});
             QCOMPARE(versionOf(applications() + QStringLiteral("/.NestoraInstaller.app.previous")), QByteArray("1.0"));
             QVERIFY(!QFileInfo::exists(newBundle));
-            QVERIFY(log.contains(QStringLiteral("temp path is not existed!")));
             return;
         }
         QCOMPARE(error.domain(), KVCocoaErrorDomain);
         QCOMPARE(error.code(), qint64(newBundleExists ? KVFileWriteNoPermissionError : KVFileNoSuchFileError));
         QCOMPARE(versionOf(running), QByteArray("1.0"));
         QCOMPARE(hiddenIn(applications()), QStringList());
-        const QStringList moveFailures = log.messages().filter(QRegularExpression(
-            QStringLiteral(
-                "^Failed to move item at path:%1 to path:%2/\\.[0-9A-F-]{36}_NestoraInstaller\\.app with error:")
-                .arg(QRegularExpression::escape(newBundle), QRegularExpression::escape(applications()))));
-        QCOMPARE(moveFailures.size(), 1);
     }
 };
 
