@@ -21,13 +21,6 @@ namespace {
 
 const QColor white(255, 255, 255), blue(0, 120, 214), track(232, 231, 231);
 
-// A colour seen through the given opacity over white.
-QColor overWhite(const QColor &color, qreal opacity)
-{
-    const auto mix = [opacity](int component) { return qRound(255 - opacity * (255 - component)); };
-    return QColor(mix(color.red()), mix(color.green()), mix(color.blue()));
-}
-
 bool near(const QColor &actual, const QColor &expected, int tolerance = 3)
 {
     return std::abs(actual.red() - expected.red()) <= tolerance &&
@@ -249,23 +242,6 @@ private Q_SLOTS:
         } else {
             QVERIFY(!actions || actions->actionNames().isEmpty());
         }
-    }
-
-    void disabledButtonIgnoresHoverPressAndFocus()
-    {
-        KVButton *button = stageButton(new KVSecondaryButton, QStringLiteral("Cancel"));
-        button->setEnabled(false);
-        QSignalSpy clicked(button, &KVButton::clicked);
-
-        QTest::mouseMove(button, QPoint(60, 16));
-        QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(60, 16));
-        button->setFocus();
-        QCoreApplication::processEvents();
-
-        QCOMPARE(clicked.count(), 0);
-        QVERIFY(!button->hasFocus());
-        QCOMPARE(button->flag(), unsigned(KVButton::Active | KVButton::Disabled));
-        VERIFY_NEAR(pixel(button, {60, 0}), overWhite(blue, 0.4), 6); // the border at 40 %
     }
 
     void focusRingShowsOnlyWhileNeitherHoveredNorPressed()
