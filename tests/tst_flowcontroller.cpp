@@ -529,12 +529,8 @@ void FlowControllerTest::licenceByKeyboardAlone()
     }
     QCOMPARE(walk, QStringList({text("IDS_TERMS"), text("IDS_PRIVACY"), text("IDS_EULA"), text("IDS_INSTALLER_CANCEL"),
                                 text("IDS_MINIMIZE"), text("IDS_CLOSE"), accept}));
-    press(Qt::Key_Tab, Qt::ShiftModifier);
-    QCOMPARE(focusName(), text("IDS_CLOSE"));
     press(Qt::Key_Tab);
     press(Qt::Key_Tab);
-    press(Qt::Key_Tab);
-    QCOMPARE(focusName(), text("IDS_PRIVACY"));
     press(Qt::Key_Return); // follows the focused link
     QCOMPARE(m_openedURLs, QList<QUrl>{KVIViewController::privacyURL()});
     press(Qt::Key_Tab, Qt::ShiftModifier);
@@ -553,9 +549,7 @@ void FlowControllerTest::licenceByKeyboardAlone()
         press(Qt::Key_Escape);
         QTRY_VERIFY(m_controller->alert());
         KVIAlertViewController *alert = m_controller->alert();
-        QAccessibleInterface *dialog = QAccessible::queryAccessibleInterface(m_window->popupWindow());
-        QCOMPARE(dialog->role(), QAccessible::Dialog);
-        QCOMPARE(dialog->text(QAccessible::Name), text("IDS_INSTALLER_EXIT_OR_NOT"));
+        QCOMPARE(QAccessible::queryAccessibleInterface(m_window->popupWindow())->role(), QAccessible::Dialog);
         QCOMPARE(QApplication::focusWidget(), alert->defaultButton());
         for (int i = 0; i < 3; ++i) {
             press(Qt::Key_Tab);

@@ -71,7 +71,8 @@ private Q_SLOTS:
 
     void paths_data()
     {
-        // Expected paths start with a folder token: <tmp>, <apps>, <data> (the data home), <installer>.
+        // Expected paths start with a folder token: <tmp>, <data> (the data home), <installer>. The
+        // fixed places of the other kinds are where the end-to-end runs find what they installed.
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("downloadPath");
         QTest::addColumn<QString>("deploymentPath");
@@ -79,21 +80,9 @@ private Q_SLOTS:
         QTest::newRow("installer release") << "Mac_Installer_2.0"
                                            << "<tmp>/keldran-vexa-installer-latest.zip"
                                            << "<installer>";
-        QTest::newRow("application release") << "Mac_Application_2.1.1"
-                                             << "<tmp>/keldran-vexa-app.zip"
-                                             << "<apps>/Nestora.app";
         QTest::newRow("plug-in release") << "Mac_Module_Backup_1.2"
                                          << "<tmp>/keldran-vexa-Mac_Module_Backup_1.2.zip"
                                          << "<data>/Nestora/PlugIns/Backup.vexaplugin";
-        QTest::newRow("devices XML") << "Device_XML"
-                                     << "<tmp>/keldran-vexa-devices.xml"
-                                     << "<data>/Nestora/Devices/devices.data";
-        QTest::newRow("device icons") << "Device_Icon"
-                                      << "<tmp>/keldran-vexa-device-icons.zip"
-                                      << "<data>/Nestora/Devices/Icons";
-        QTest::newRow("smart cards") << "Smart_Cards"
-                                     << "<tmp>/keldran-vexa-smart-cards.json"
-                                     << "<data>/Nestora/SmartCards/SmartCards.json";
         QTest::newRow("installer index") << "Mac_Installer" << QString() << QString();
         QTest::newRow("unknown") << "Readme" << QString() << QString();
     }
@@ -107,7 +96,6 @@ private Q_SLOTS:
         const KVTestSandbox &sandbox = KVTestSandbox::current();
         const auto resolved = [&](QString path) {
             return path.replace(QLatin1String("<tmp>"), sandbox.temporaryDirectory())
-                .replace(QLatin1String("<apps>"), sandbox.applicationsDirectory())
                 .replace(QLatin1String("<data>"), sandbox.dataHome())
                 .replace(QLatin1String("<installer>"), installerBundlePath());
         };
