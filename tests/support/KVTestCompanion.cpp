@@ -1,5 +1,6 @@
 #include "KVTestCompanion.h"
 
+#include "KVTestProcess.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVPropertyList.h"
 
@@ -10,7 +11,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QThread>
 #include <csignal>
 #include <sys/prctl.h>
@@ -73,7 +73,7 @@ QString KVTestCompanion::builtBundlePath()
 bool KVTestCompanion::install(const QString &bundlePath, const QString &executableName, const QString &bundleIdentifier)
 {
     QDir().mkpath(QFileInfo(bundlePath).path());
-    if (QProcess::execute(QStringLiteral("cp"), {QStringLiteral("-R"), builtBundlePath(), bundlePath}) != 0)
+    if (!KVTestProcess::run({QStringLiteral("cp"), QStringLiteral("-R"), builtBundlePath(), bundlePath}).succeeded())
         return false;
     const QString infoPath = bundlePath + QStringLiteral("/Contents/Info.plist");
     QVariantMap info = KVPropertyList::readDictionary(infoPath);

@@ -1,9 +1,10 @@
 #include "KVTestFiles.h"
 
+#include "KVTestProcess.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 
 namespace KVTestFiles {
@@ -43,12 +44,15 @@ bool makeZip(const QString &archivePath, const QMap<QString, QByteArray> &files)
         if (!topLevel.contains(first))
             topLevel << first;
     }
+    return zipEntries(archivePath, source.path(), topLevel);
+}
+
+bool zipEntries(const QString &archivePath, const QString &folder, const QStringList &entries)
+{
     QFile::remove(archivePath); // the tool would add to an archive already there
-    QProcess zip;
-    zip.setWorkingDirectory(source.path());
-    zip.start(QStringLiteral("/usr/bin/zip"),
-              QStringList{QStringLiteral("-q"), QStringLiteral("-r"), QStringLiteral("-y"), archivePath} + topLevel);
-    return zip.waitForFinished() && zip.exitStatus() == QProcess::NormalExit && zip.exitCode() == 0;
+    const QStringList zip{QStringLiteral("/usr/bin/zip"), QStringLiteral("-q"), QStringLiteral("-r"),
+                          QStringLiteral("-y"),           QStringLiteral("-1"), archivePath};
+    return KVTestProcess::run(zip + entries, 120000, folder).succeeded();
 }
 
 } // namespace KVTestFiles

@@ -18,5 +18,7 @@ QStringList treeOf(const QString &folder);
 // A ZIP archive made by the zip tool from the files, given by their paths inside the archive.
 // Links are stored as links. False when the tool failed.
 [[nodiscard]] bool makeZip(const QString &archivePath, const QMap<QString, QByteArray> &files);
+// A ZIP archive of the entries (files or folders, recursively) of the folder, named relative to it.
+[[nodiscard]] bool zipEntries(const QString &archivePath, const QString &folder, const QStringList &entries);
 
 } // namespace KVTestFiles

@@ -1,28 +1,42 @@
 #include "KVTestHttpServer.h"
 
+#include "KVTestProcess.h"
+
+#include <QFile>
 #include <QPointer>
-#include <QTcpServer>
+#include <QSslKey>
+#include <QSslServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTimer>
 
 // Lives on the server's thread: accepts connections and answers them.
 class KVTestHttpServerWorker : public QObject
 {
 public:
-    explicit KVTestHttpServerWorker(KVTestHttpServer &owner)
+    KVTestHttpServerWorker(KVTestHttpServer &owner, const std::optional<QSslConfiguration> &tls)
         : m_owner(owner)
-        , m_server(this) // a child, so that it moves to the server's thread with the worker
-    {}
+    {
+        // A child, so that it moves to the server's thread with the worker.
+        if (tls) {
+            auto *server = new QSslServer(this);
+            server->setSslConfiguration(*tls);
+            m_server = server;
+        } else {
+            m_server = new QTcpServer(this);
+        }
+    }
 
     quint16 listen()
     {
-        connect(&m_server, &QTcpServer::newConnection, this, &KVTestHttpServerWorker::handleConnection);
-        return m_server.listen(QHostAddress::LocalHost, 0) ? m_server.serverPort() : 0;
+        // After the handshake, where there is one.
+        connect(m_server, &QTcpServer::pendingConnectionAvailable, this, &KVTestHttpServerWorker::handleConnection);
+        return m_server->listen(QHostAddress::LocalHost, 0) ? m_server->serverPort() : 0;
     }
 
     void stop()
     {
-        m_server.close();
+        m_server->close();
         for (const QPointer<QTcpSocket> &socket : std::as_const(m_sockets))
             if (socket)
                 socket->abort();
@@ -31,7 +45,7 @@ public:
 private:
     void handleConnection()
     {
-        while (QTcpSocket *socket = m_server.nextPendingConnection()) {
+        while (QTcpSocket *socket = m_server->nextPendingConnection()) {
             socket->setParent(this);
             m_sockets << socket;
             auto buffer = std::make_shared<QByteArray>();
@@ -58,7 +72,7 @@ private:
             return;
         }
         QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + " Status\r\n";
-        if (response.behaviour != Behaviour::Endless)
+        if (response.behaviour != Behaviour::Endless && response.behaviour != Behaviour::Unannounced)
             head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
         for (const auto &[name, value] : response.headers)
             head += name + ": " + value + "\r\n";
@@ -100,15 +114,16 @@ private:
     }
 
     KVTestHttpServer &m_owner;
-    QTcpServer m_server;
+    QTcpServer *m_server = nullptr;
     QList<QPointer<QTcpSocket>> m_sockets;
 };
 
-KVTestHttpServer::KVTestHttpServer()
+KVTestHttpServer::KVTestHttpServer(const std::optional<QSslConfiguration> &tls)
+    : m_scheme(tls ? QStringLiteral("https") : QStringLiteral("http"))
 {
     m_thread.setObjectName(QStringLiteral("KVTestHttpServer"));
     m_thread.start();
-    m_worker = new KVTestHttpServerWorker(*this);
+    m_worker = new KVTestHttpServerWorker(*this, tls);
     m_worker->moveToThread(&m_thread);
     QMetaObject::invokeMethod(
         m_worker, [this] { m_port = m_worker->listen(); }, Qt::BlockingQueuedConnection);
@@ -141,7 +156,33 @@ void KVTestHttpServer::setRedirect(const QString &path, const QUrl &target)
 
 QUrl KVTestHttpServer::url(const QString &path) const
 {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path));
+    return QUrl(QStringLiteral("%1://127.0.0.1:%2%3").arg(m_scheme).arg(m_port).arg(path));
+}
+
+std::optional<QSslConfiguration> KVTestHttpServer::trustedTls()
+{
+    QTemporaryDir folder;
+    const QString key = folder.filePath(QStringLiteral("key.pem"));
+    const QString certificate = folder.filePath(QStringLiteral("certificate.pem"));
+    if (!KVTestProcess::run({QStringLiteral("openssl"), QStringLiteral("req"), QStringLiteral("-x509"),
+                             QStringLiteral("-newkey"), QStringLiteral("rsa:2048"), QStringLiteral("-nodes"),
+                             QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
+                             QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-addext"),
+                             QStringLiteral("subjectAltName=IP:127.0.0.1"), QStringLiteral("-keyout"), key,
+                             QStringLiteral("-out"), certificate})
+             .succeeded())
+        return std::nullopt;
+    QFile keyFile(key);
+    const QList<QSslCertificate> certificates = QSslCertificate::fromPath(certificate);
+    if (!keyFile.open(QIODevice::ReadOnly) || certificates.isEmpty())
+        return std::nullopt;
+    QSslConfiguration clients = QSslConfiguration::defaultConfiguration();
+    clients.addCaCertificate(certificates.first());
+    QSslConfiguration::setDefaultConfiguration(clients);
+    QSslConfiguration server = QSslConfiguration::defaultConfiguration();
+    server.setLocalCertificate(certificates.first());
+    server.setPrivateKey(QSslKey(&keyFile, QSsl::Rsa));
+    return server;
 }
 
 int KVTestHttpServer::requestCount(const QString &path) const

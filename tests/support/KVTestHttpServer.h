@@ -4,8 +4,11 @@
 #include <QHash>
 #include <QList>
 #include <QMutex>
+#include <QSslConfiguration>
 #include <QThread>
 #include <QUrl>
+
+#include <optional>
 
 class KVTestHttpServerWorker;
 
@@ -22,6 +25,7 @@ public:
         DropHalfway, // announce the whole length, send half the body, close the connection
         CloseAtOnce, // close the connection without answering
         Endless,     // no length, and the body (repeated) until the client closes the connection
+        Unannounced, // no length: the whole body, then the connection closes
     };
 
     struct Response
@@ -33,8 +37,13 @@ public:
         qsizetype chunkSize = 0; // > 0: the body goes out in pieces of this size, a few ms apart
     };
 
-    KVTestHttpServer();
+    // Without a TLS configuration the server speaks plain HTTP.
+    explicit KVTestHttpServer(const std::optional<QSslConfiguration> &tls = std::nullopt);
     ~KVTestHttpServer();
+
+    // A TLS configuration with a fresh certificate for 127.0.0.1 (made by the openssl tool), which
+    // every client of this process trusts from then on; empty when it could not be made.
+    static std::optional<QSslConfiguration> trustedTls();
 
     void setResponse(const QString &path, const Response &response);
     void setFile(const QString &path, const QByteArray &body) { setResponse(path, Response{200, body, {}, {}, 0}); }
@@ -53,6 +62,7 @@ private:
     QHash<QString, Response> m_responses;
     QHash<QString, int> m_requestCounts;
     QThread m_thread;
+    QString m_scheme;
     KVTestHttpServerWorker *m_worker = nullptr;
     quint16 m_port = 0;
 };

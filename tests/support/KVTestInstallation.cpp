@@ -48,11 +48,6 @@ QString historyPath()
     return vendorFolder() + QStringLiteral("/UpdateHistory.plist");
 }
 
-QString installerSettingsPath()
-{
-    return vendorFolder() + QStringLiteral("/InstallerSettings.plist");
-}
-
 bool installApplication(const QString &version)
 {
     return KVTestUpdateServer::makeApplication(applicationPath(), version);

@@ -15,7 +15,6 @@ QString deviceIconsPath();
 QString smartCardsPath();
 QString pluginFolder();
 QString historyPath();
-QString installerSettingsPath();
 
 // The built sample companion application installed as the given release.
 [[nodiscard]] bool installApplication(const QString &version);

@@ -6,8 +6,6 @@
 #include "Platform/KVBundle.h"
 
 #include <QDirIterator>
-#include <QProcess>
-#include <QTest>
 
 QString KVTestInstaller::builtBundlePath()
 {
@@ -51,18 +49,5 @@ QString KVTestInstaller::version() const
 KVTestInstaller::Outcome KVTestInstaller::run(const QStringList &arguments, int timeoutMilliseconds,
                                               const QStringList &launcher) const
 {
-    QProcess installer;
-    const QStringList command = launcher + QStringList{executablePath()} + arguments;
-    installer.start(command.first(), command.mid(1));
-    Outcome outcome;
-    outcome.finished = installer.waitForStarted(10000) &&
-                       QTest::qWaitFor([&] { return installer.state() == QProcess::NotRunning; }, timeoutMilliseconds);
-    if (!outcome.finished) {
-        installer.kill();
-        installer.waitForFinished(10000);
-    }
-    outcome.exitStatus = installer.exitStatus() == QProcess::NormalExit ? installer.exitCode() : -1;
-    outcome.output = QString::fromUtf8(installer.readAllStandardOutput());
-    outcome.errors = QString::fromUtf8(installer.readAllStandardError());
-    return outcome;
+    return KVTestProcess::run(launcher + QStringList{executablePath()} + arguments, timeoutMilliseconds);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KVTestProcess.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -9,13 +11,7 @@
 class KVTestInstaller
 {
 public:
-    struct Outcome
-    {
-        bool finished = false; // false: it was still running at the time-out and has been killed
-        int exitStatus = -1;
-        QString output;
-        QString errors;
-    };
+    using Outcome = KVTestProcess::Outcome;
 
     static QString builtBundlePath();
     static inline const QStringList headlessArguments{QStringLiteral("--headless"), QStringLiteral("--accept-license")};

@@ -2,6 +2,7 @@
 
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
+#include "KVTestProcess.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVPropertyList.h"
 
@@ -9,25 +10,11 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
 namespace {
 const QString kVersionKey = QStringLiteral("CFBundleVersion");
-
-bool runTool(const QString &program, const QStringList &arguments, const QString &workingDirectory = {},
-             QString *errorOutput = nullptr)
-{
-    QProcess tool;
-    tool.setWorkingDirectory(workingDirectory);
-    tool.start(program, arguments);
-    const bool succeeded =
-        tool.waitForFinished(120000) && tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
-    if (errorOutput)
-        *errorOutput = QString::fromLocal8Bit(tool.readAllStandardError() + tool.readAllStandardOutput());
-    return succeeded;
-}
 
 // A part of the description that lists releases: {"releases": [{"version": …, "file": …}, …]}.
 QJsonObject withRelease(QJsonObject part, const QString &version, const QString &file)
@@ -56,7 +43,7 @@ bool KVTestUpdateServer::copyBundle(const QString &source, const QString &destin
 {
     QDir(destination).removeRecursively();
     QDir().mkpath(QFileInfo(destination).path());
-    if (!runTool(QStringLiteral("cp"), {QStringLiteral("-R"), source, destination}))
+    if (!KVTestProcess::run({QStringLiteral("cp"), QStringLiteral("-R"), source, destination}).succeeded())
         return false;
     const QString infoPath = destination + QStringLiteral("/Contents/Info.plist");
     QVariantMap info = KVPropertyList::readDictionary(infoPath);
@@ -73,11 +60,7 @@ bool KVTestUpdateServer::makeApplication(const QString &destination, const QStri
 bool KVTestUpdateServer::zipFolder(const QString &archive, const QString &folder)
 {
     const QFileInfo item(folder);
-    QFile::remove(archive); // the tool would add to an archive already there
-    return runTool(QStringLiteral("/usr/bin/zip"),
-                   {QStringLiteral("-q"), QStringLiteral("-r"), QStringLiteral("-y"), QStringLiteral("-1"), archive,
-                    item.fileName()},
-                   item.path());
+    return KVTestFiles::zipEntries(archive, item.path(), {item.fileName()});
 }
 
 bool KVTestUpdateServer::addApplication(const QString &version)
@@ -165,15 +148,26 @@ bool KVTestUpdateServer::start(QString *errorMessage)
         *errorMessage = QStringLiteral("cannot write the version description");
         return false;
     }
-    QString publishOutput;
-    if (!runTool(QStringLiteral(NESTORA_PUBLISH_TOOL),
-                 {QStringLiteral("--base-url"), m_nginx.url(QStringLiteral("/")).toString(), m_documentRoot,
-                  descriptionPath},
-                 {}, &publishOutput)) {
-        *errorMessage = QStringLiteral("nestora-publish failed: ") + publishOutput;
+    const KVTestProcess::Outcome publish =
+        KVTestProcess::run({QStringLiteral(NESTORA_PUBLISH_TOOL), QStringLiteral("--base-url"),
+                            m_nginx.url(QStringLiteral("/")).toString(), m_documentRoot, descriptionPath});
+    if (!publish.succeeded()) {
+        *errorMessage = QStringLiteral("nestora-publish failed: ") + publish.errors + publish.output;
         return false;
     }
     return true;
+}
+
+bool KVTestUpdateServer::setManifestValue(const QString &section, const QString &key, const QString &value) const
+{
+    const QString manifest = servedPath(QStringLiteral("manifest.ini"));
+    QString text = QString::fromUtf8(KVTestFiles::readFile(manifest));
+    const QRegularExpression line(QStringLiteral("(\\n\\[%1\\]\\n(?:[^\\[][^\\n]*\\n)*?)%2=[^\\n]*\\n")
+                                      .arg(QRegularExpression::escape(section), QRegularExpression::escape(key)));
+    if (!text.prepend(QLatin1Char('\n')).contains(line))
+        return false;
+    text.replace(line, value.isNull() ? QStringLiteral("\\1") : QStringLiteral("\\1%1=%2\n").arg(key, value));
+    return KVTestFiles::writeFile(manifest, text.mid(1).toUtf8());
 }
 
 bool KVTestUpdateServer::writeTestServerFile() const

@@ -70,12 +70,14 @@ public:
 
     // Rules for misbehaving paths go here before start().
     KVNginxServer &nginx() { return m_nginx; }
-    QString documentRoot() const { return m_documentRoot; }
     QString servedPath(const QString &file) const { return m_documentRoot + QLatin1Char('/') + file; }
 
     // Starts nginx, then publishes the manifest for its address. False with the reason.
     [[nodiscard]] bool start(QString *errorMessage);
     QUrl manifestURL() const { return m_nginx.url(QStringLiteral("/manifest.ini")); }
+    // Changes the published manifest after start(): the key of the section takes the value, or
+    // goes when the value is null. False when the section has no such key.
+    [[nodiscard]] bool setManifestValue(const QString &section, const QString &key, const QString &value) const;
     // Points every installer of the sandbox at this server ($HOME/Downloads/TestServerForVexa.txt).
     [[nodiscard]] bool writeTestServerFile() const;
     // The paths requested from nginx so far, in order.
