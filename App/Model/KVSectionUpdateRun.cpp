@@ -117,19 +117,17 @@ void KVSectionUpdateRun::downloadSections()
 {
     for (const KVINISectionPtr &section : std::as_const(m_runList)) {
         const QString url = section->valueForKey(QStringLiteral("URL"));
+        const QString path = m_engine.downloadPathForSection(*section);
         if (url.isNull()) {
             KVLogError("%@ string of download url not found", kClassName);
-            continue;
-        }
-        if (!QUrl(url, QUrl::StrictMode).isValid()) {
+        } else if (!QUrl(url, QUrl::StrictMode).isValid()) {
             KVLogError("%@ invalid download url %@", kClassName, QUrl(url));
+        } else if (!path.isEmpty()) {
+            if (!downloadSection(*section, url, path))
+                return;
             continue;
         }
-        const QString path = m_engine.downloadPathForSection(*section);
-        if (path.isEmpty())
-            continue;
-        if (!downloadSection(*section, url, path))
-            return;
+        m_downloaded << std::nullopt; // skipped; the sections after it keep their places
     }
 }
 

@@ -49,8 +49,8 @@ private:
     qint64 m_sectionBytes = 0;
     float m_fraction = 0;
     QList<KVINISectionPtr> m_runList;
-    // Per downloaded section, its file; nothing where the digest was wrong. Paired with the run
-    // list by position, even when sections were skipped before downloading.
+    // Per section of the run list, by position, its downloaded file; nothing where the section was
+    // skipped (no usable address) or the digest was wrong.
     QList<std::optional<QString>> m_downloaded;
     QList<KVINISectionPtr> m_firstInstallations;
 };
