@@ -18,14 +18,15 @@
 #include "KVTestInstallation.h"
 #include "KVTestInstaller.h"
 #include "KVTestMount.h"
+#include "KVTestProcess.h"
 #include "KVTestSandbox.h"
+#include "KVTestSections.h"
 #include "KVTestUnwritableFolder.h"
 #include "KVTestUpdateServer.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
 
 #include <QProcess>
-#include <QRegularExpression>
 
 #include <atomic>
 #include <csignal>
@@ -41,7 +42,9 @@ enum class Fault {
     DigestMismatch,
     NotFound,
     CutHalfway,
+    InsecureRedirect,
     ReadOnlyApplications,
+    ReadOnlyData,
     NoUpdateAddress,
     ServerDown,
     EmptyManifest,
@@ -95,17 +98,9 @@ QStringList leftDownloads()
                    QDir::Name);
 }
 
-QStringList namesOf(const QList<KVINISectionPtr> &sections)
-{
-    QStringList names;
-    for (const KVINISectionPtr &section : sections)
-        names << section->name();
-    return names;
-}
-
 QStringList namesOf(const QVariant &sections)
 {
-    return namesOf(sections.value<QList<KVINISectionPtr>>());
+    return KVTestSectionNames(sections.value<QList<KVINISectionPtr>>());
 }
 } // namespace
 
@@ -154,7 +149,8 @@ private:
     std::unique_ptr<KVTestCompanion> m_companion;
     std::unique_ptr<KVTestUpdateServer> m_server;
     std::unique_ptr<KVTestHttpServer> m_misbehavingServer;
-    std::unique_ptr<KVTestMount> m_readOnlyApplications;
+    std::unique_ptr<KVTestHttpServer> m_tlsServer;
+    std::unique_ptr<KVTestMount> m_readOnlyMount;
     std::unique_ptr<KVTestUnwritableFolder> m_unwritableApplications;
     KVTestInstaller m_installer;
     Snapshot m_oldApplication;
@@ -168,10 +164,9 @@ void EndToEndFailuresTest::initTestCase()
 {
     m_companion = std::make_unique<KVTestCompanion>();
     const QString folder = KVTestSandbox::current().root() + QStringLiteral("/crafted");
-    QProcess maker;
-    maker.start(QStringLiteral("python3"),
-                {QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/make-crafted-archives.py"), folder});
-    QVERIFY(maker.waitForFinished(60000) && maker.exitCode() == 0);
+    QVERIFY(KVTestProcess::run({QStringLiteral("python3"),
+                                QStringLiteral(NESTORA_TEST_DATA_DIR "/archives/make-crafted-archives.py"), folder})
+                .succeeded());
     for (const QFileInfo &archive : QDir(folder).entryInfoList(QDir::Files))
         m_craftedArchives.insert(archive.baseName(), KVTestFiles::readFile(archive.filePath()));
 }
@@ -191,8 +186,9 @@ void EndToEndFailuresTest::cleanup()
 {
     m_server.reset(); // first: nginx runs from the sandbox, so it counts as a launch under way
     m_misbehavingServer.reset();
+    m_tlsServer.reset();
     m_companion->stopAll();
-    m_readOnlyApplications.reset();
+    m_readOnlyMount.reset();
     m_unwritableApplications.reset();
     for (const char *name :
          {"NESTORA_ELEVATOR", "NESTORA_STANDIN_RECORD", "NESTORA_STANDIN_DISMISS", "NESTORA_STANDIN_REFUSE"})
@@ -211,7 +207,8 @@ void EndToEndFailuresTest::failedRunReportsFirstError_data()
     QTest::newRow("MD5 mismatch") << Fault::DigestMismatch << KVUpdateHelperErrorDomain << qint64(1) << false;
     // Every transfer failure is URL error 2, whatever the server answered.
     QTest::newRow("404 on the second of three") << Fault::NotFound << KVURLErrorDomain << qint64(2) << false;
-    QTest::newRow("connection cut halfway") << Fault::CutHalfway << KVURLErrorDomain << qint64(2) << false;
+    // An HTTPS address that sends the client on to a plain HTTP one is not followed.
+    QTest::newRow("HTTPS redirected to HTTP") << Fault::InsecureRedirect << KVURLErrorDomain << qint64(2) << false;
     if (::geteuid() != 0) {
         qInfo("the read-only applications row needs root to mount the folder; left out");
         return;
@@ -277,6 +274,10 @@ void EndToEndFailuresTest::failedHeadlessRunKeepsOldInstallation_data()
     QTest::newRow("read-only applications")
         << Fault::ReadOnlyApplications << KVErrorClass::ReadOnlyFolder
         << applications + "/Nestora.app cannot be written, not even with administrator rights" << true;
+    // Only data files are due; one that cannot be deployed is not recorded, so the next run tries again.
+    QTest::newRow("read-only data folder")
+        << Fault::ReadOnlyData << KVErrorClass::ReadOnlyFolder
+        << QFileInfo(devicesDataPath()).path() + " cannot be written, not even with administrator rights" << true;
 }
 
 void EndToEndFailuresTest::prepareFailure(Fault fault)
@@ -303,7 +304,15 @@ void EndToEndFailuresTest::prepareFailure(Fault fault)
     QVERIFY(m_server->writeTestServerFile());
 
     const QString manifest = m_server->servedPath(QStringLiteral("manifest.ini"));
-    if (fault == Fault::DigestMismatch) {
+    if (fault == Fault::InsecureRedirect) {
+        const std::optional<QSslConfiguration> tls = KVTestHttpServer::trustedTls();
+        QVERIFY(tls);
+        m_tlsServer = std::make_unique<KVTestHttpServer>(tls);
+        const QString devices = QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile;
+        m_tlsServer->setRedirect(devices, m_server->nginx().url(devices));
+        QVERIFY(m_server->setManifestValue(QStringLiteral("Device_XML"), QStringLiteral("URL"),
+                                           m_tlsServer->url(devices).toString()));
+    } else if (fault == Fault::DigestMismatch) {
         // Same length, other bytes: only the digest can tell.
         QByteArray damaged = KVTestUpdateServer::releaseDevicesXMLText;
         damaged.replace("Reader", "Raider");
@@ -323,14 +332,13 @@ void EndToEndFailuresTest::prepareFailure(Fault fault)
     } else if (fault == Fault::NothingOffered || fault == Fault::ProgramNotExecutable) {
         QVERIFY(KVTestFiles::writeFile(manifest, "[Mac_Applicaton]\nDebug=Mac_Application_2.2.0\n"));
     } else if (fault == Fault::TooLittleSpace) {
-        QString text = QString::fromUtf8(KVTestFiles::readFile(manifest));
-        text.replace(QRegularExpression(QStringLiteral("(\\[Mac_Application_2\\.2\\.0\\][^\\[]*\\nBytes=)\\d+")),
-                     QStringLiteral("\\1999999999999999999"));
-        QVERIFY(KVTestFiles::writeFile(manifest, text.toUtf8()));
+        QVERIFY(m_server->setManifestValue(QStringLiteral("Mac_Application_2.2.0"), QStringLiteral("Bytes"),
+                                           QStringLiteral("999999999999999999")));
     }
 
     if (fault != Fault::NothingOffered)
-        QVERIFY(installApplication(kOldApplication));
+        QVERIFY(installApplication(fault == Fault::ReadOnlyData ? KVTestUpdateServer::releaseApplication
+                                                                : kOldApplication));
     QVERIFY(installFile(devicesDataPath(), kOldDevices));
     QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
     QVERIFY(installFile(smartCardsPath(), kInstalledSmartCards));
@@ -338,9 +346,11 @@ void EndToEndFailuresTest::prepareFailure(Fault fault)
     m_oldApplication = snapshot(applicationPath());
     m_oldIcons = snapshot(deviceIconsPath());
 
-    if (fault == Fault::ReadOnlyApplications) {
-        m_readOnlyApplications = KVTestMount::readOnly(KVTestSandbox::current().applicationsDirectory());
-        QVERIFY(m_readOnlyApplications);
+    if (fault == Fault::ReadOnlyApplications || fault == Fault::ReadOnlyData) {
+        m_readOnlyMount =
+            KVTestMount::readOnly(fault == Fault::ReadOnlyData ? QFileInfo(devicesDataPath()).path()
+                                                               : KVTestSandbox::current().applicationsDirectory());
+        QVERIFY(m_readOnlyMount);
     }
     if (needsAdministrator(fault)) {
         m_unwritableApplications =
@@ -446,6 +456,10 @@ void EndToEndFailuresTest::failedRunReportsFirstError()
     QCOMPARE(run.reports.last().second.value_or(QVariantMap()),
              QVariantMap({{QStringLiteral("error"), QVariant::fromValue(run.error)}}));
     QCOMPARE(m_terminations, 0);
+    if (fault == Fault::InsecureRedirect) {
+        QCOMPARE(m_tlsServer->requestCount(QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile), 1);
+        QVERIFY(!m_server->requestedPaths().contains(QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile));
+    }
     verifyOldInstallationKept(companionStopped);
 }
 

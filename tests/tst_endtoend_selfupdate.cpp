@@ -7,8 +7,10 @@
 #include "Installer/KVHeadlessDriver.h"
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
+#include "KVTestHttpServer.h"
 #include "KVTestInstallation.h"
 #include "KVTestInstaller.h"
+#include "KVTestProcess.h"
 #include "KVTestSandbox.h"
 #include "KVTestUpdateServer.h"
 
@@ -28,11 +30,11 @@ enum class BadBuild { Damaged, Crashes, NotExecutable, WrongVersion, Empty, Fail
 bool rebuildInstallerArchive(const QString &archive, const std::function<bool(const QString &bundle)> &change)
 {
     QTemporaryDir folder;
-    QProcess unzip;
-    unzip.start(QStringLiteral("unzip"), {QStringLiteral("-q"), archive, QStringLiteral("-d"), folder.path()});
     const QString bundle = folder.filePath(QStringLiteral("NestoraInstaller.app"));
-    return unzip.waitForFinished(60000) && unzip.exitCode() == 0 && change(bundle) &&
-           KVTestUpdateServer::zipFolder(archive, bundle);
+    return KVTestProcess::run(
+               {QStringLiteral("unzip"), QStringLiteral("-q"), archive, QStringLiteral("-d"), folder.path()})
+               .succeeded() &&
+           change(bundle) && KVTestUpdateServer::zipFolder(archive, bundle);
 }
 
 bool writeProgram(const QString &bundle, const QByteArray &script)
@@ -55,6 +57,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
+    void relaunchesAtNewVersion_data();
     void relaunchesAtNewVersion();
     void badBuildKeepsWorkingInstaller_data();
     void badBuildKeepsWorkingInstaller();
@@ -98,8 +101,25 @@ void EndToEndSelfUpdateTest::startServer()
     QVERIFY(m_server->writeTestServerFile());
 }
 
+void EndToEndSelfUpdateTest::relaunchesAtNewVersion_data()
+{
+    QTest::addColumn<bool>("lengthAnnounced");
+    QTest::newRow("length announced") << true;
+    // Passed through nginx from a server that sends no length: nginx sends it in chunks.
+    QTest::newRow("length unknown") << false;
+}
+
 void EndToEndSelfUpdateTest::relaunchesAtNewVersion()
 {
+    QFETCH(bool, lengthAnnounced);
+    KVTestHttpServer lengthHidingServer;
+    if (!lengthAnnounced) {
+        const QString file = KVTestUpdateServer::installerFile(kNewVersion);
+        lengthHidingServer.setResponse(
+            QLatin1Char('/') + file,
+            {200, KVTestFiles::readFile(m_server->servedPath(file)), {}, KVTestHttpServer::Behaviour::Unannounced, 0});
+        m_server->nginx().proxy(QLatin1Char('/') + file, lengthHidingServer.url(QLatin1Char('/') + file));
+    }
     startServer();
     const KVTestInstaller::Outcome outcome = m_installer.run();
     QVERIFY(outcome.finished);
@@ -124,9 +144,6 @@ void EndToEndSelfUpdateTest::relaunchesAtNewVersion()
     QCOMPARE(QDir(m_installer.bundlePath() + QStringLiteral("/.."))
                  .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
              QStringList{"NestoraInstaller.app"});
-    const QString log = KVTestInstaller::log();
-    QVERIFY(log.contains("Keldran Nestora installer will finish launching with version:" + m_installedVersion));
-    QVERIFY2(log.contains("Keldran Nestora installer will finish launching with version:1.1.0"), qPrintable(log));
     QCOMPARE(snapshot(applicationPath()).value(KVTestUpdateServer::releaseMarker),
              KVTestUpdateServer::releaseApplication.toUtf8());
     QCOMPARE(history().value(QStringLiteral("Smart_Cards")), QVariant(KVTestUpdateServer::releaseSmartCards));
