@@ -1,9 +1,9 @@
-#include "Core/Extensions/KVLocalizedString.h"
 #include "Core/Extensions/KVWindowPlacement.h"
+#include "Installer/KVHeadlessDriver.h"
 #include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIWindow.h"
-#include "Installer/KVPopupWindow.h"
-#include "KVLogCapture.h"
+#include "KVTestFiles.h"
+#include "KVTestHttpServer.h"
 #include "KVTestInstaller.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
@@ -57,30 +57,22 @@ private Q_SLOTS:
     void launchSequence()
     {
         KVBundle::setMainBundlePath(installerBundle);
-        KVLogCapture log;
         KVIAppDelegate delegate;
         delegate.setScreenMetricsProvider([] { return KVIAppDelegate::ScreenMetrics{QSizeF(1440, 900), 22}; });
 
         delegate.applicationWillFinishLaunching({"NestoraInstaller", "-KVWindowOrigin", "100", "200"});
         QCOMPARE(delegate.window()->frameOrigin(), QPointF(100, 200));
-        QVERIFY(log.contains(QStringLiteral("Keldran Nestora installer will finish launching with version:1.0.0")));
-        QVERIFY(log.contains(QStringLiteral("KVIAppDelegate location: (\n    NestoraInstaller,\n    "
-                                            "\"-KVWindowOrigin\",\n    100,\n    200\n)")));
 
         delegate.applicationDidFinishLaunching();
-        // Did-finish places the window top-right whatever the arguments said.
-        const QSizeF size = delegate.window()->frameGeometry().size();
-        QCOMPARE(delegate.window()->frameOrigin(), QPointF(1440 - size.width() - 24, 900 - size.height() - 22 - 24));
         QVERIFY(delegate.window()->isVisible());
         QVERIFY(delegate.window()->contentView());
         KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
         QVERIFY(qAbs(defaults.dateForKey("InstallerLastLaunchDate").secsTo(QDateTime::currentDateTimeUtc())) < 60);
-        QCOMPARE(defaults.stringForKey("LogLevel"), QStringLiteral("info")); // registered from VexaUserDefaults
 
-        // A flag without its values is logged, not fatal.
+        // A flag without its values is not fatal.
         KVIAppDelegate second;
         second.applicationWillFinishLaunching({"NestoraInstaller", "-KVWindowOrigin", "5"});
-        QCOMPARE(log.messages().filter(QStringLiteral("-KVWindowOrigin without its two values")).size(), 1);
+        QVERIFY(second.window());
     }
 
     void popupsAreShownOneAtATime()
@@ -150,40 +142,28 @@ private Q_SLOTS:
         QCOMPARE(clicked.count(), 3);
     }
 
-    void cardIsCentred_data()
+    void simultaneousStartsLeaveOneRunning_data()
     {
-        QTest::addColumn<QSize>("windowSize");
-        QTest::addColumn<QSize>("cardSize");
-        QTest::newRow("installer") << QSize(520, 360) << QSize(300, 160);
-        QTest::newRow("odd sizes") << QSize(641, 401) << QSize(250, 121);
-        QTest::newRow("card wider than window") << QSize(300, 200) << QSize(400, 100);
+        QTest::addColumn<bool>("headless");
+        QTest::addColumn<bool>("socketTaken"); // the runner cannot listen: later starts cannot raise it
+        QTest::newRow("window") << false << false;
+        QTest::newRow("headless") << true << false;
+        QTest::newRow("activation socket taken") << false << true;
     }
-    void cardIsCentred()
-    {
-        QFETCH(QSize, windowSize);
-        QFETCH(QSize, cardSize);
-        KVIWindow window;
-        window.resize(windowSize);
-        window.show();
-        QWidget card;
-        card.resize(cardSize);
-        window.beginPopupView(&card, {});
-        KVPopupWindow *popup = window.popupWindow();
-        QCOMPARE(popup->size(), windowSize);
-        const QSize room = windowSize - cardSize;
-        QCOMPARE(card.geometry(), QRect(QPoint(room.width() / 2, room.height() / 2), cardSize));
-        QCOMPARE(popup->maskView()->geometry(), QRect(QPoint(), windowSize));
-        window.endPopupView(&card);
-    }
-
     void simultaneousStartsLeaveOneRunning()
     {
+        QFETCH(bool, headless);
+        QFETCH(bool, socketTaken);
         // A guard left by a killed installer, lock file and socket file both, must not block.
         const QString guard = KVTestSandbox::current().runtimeDirectory() + "/com.tovik.nestora.installer";
-        for (const QString &leftOver : {guard + ".lock", guard + ".socket"}) {
-            QFile file(leftOver);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-        }
+        QVERIFY(KVTestFiles::writeFile(guard + ".lock", {}));
+        QVERIFY(KVTestFiles::writeFile(socketTaken ? guard + ".socket/in-the-way" : guard + ".socket", {}));
+        // Headless, the runner waits for a manifest that never comes.
+        KVTestHttpServer server;
+        server.setResponse("/manifest.ini", {200, {}, {}, KVTestHttpServer::Behaviour::Stall, 0});
+        QVERIFY(KVTestFiles::writeFile(KVTestSandbox::current().home() + "/Downloads/TestServerForVexa.txt",
+                                       "{\"ApplicationUpdate\": \"" + server.url("/manifest.ini").toEncoded() + "\"}"));
+        const QStringList arguments = headless ? KVTestInstaller::headlessArguments : QStringList();
         // Each start has a TMPDIR of its own, and a long one: neither may matter to the guard.
         constexpr int kStarts = 4;
         std::vector<std::unique_ptr<QProcess>> installers;
@@ -204,7 +184,7 @@ private Q_SLOTS:
             }
         });
         for (const auto &installer : installers)
-            installer->start(installerBundle + "/Contents/MacOS/NestoraInstaller", {});
+            installer->start(installerBundle + "/Contents/MacOS/NestoraInstaller", arguments);
 
         const auto running = [&] {
             return std::count_if(installers.cbegin(), installers.cend(),
@@ -214,10 +194,11 @@ private Q_SLOTS:
         for (const auto &installer : installers) {
             if (installer->state() == QProcess::NotRunning) {
                 QCOMPARE(installer->exitStatus(), QProcess::NormalExit);
-                QCOMPARE(installer->exitCode(), 0);
+                QCOMPARE(installer->exitCode(), headless ? int(KVHeadlessDriver::AnotherInstanceRuns) : 0);
             }
         }
-        QTRY_VERIFY_WITH_TIMEOUT(KVTestInstaller::log().contains("brought to the front by a second start"), 10000);
+        if (!headless && !socketTaken)
+            QTRY_VERIFY_WITH_TIMEOUT(KVTestInstaller::log().contains("brought to the front by a second start"), 10000);
         QTest::qWait(500); // a second runner would show up here
         QCOMPARE(running(), 1);
     }
@@ -245,40 +226,6 @@ private Q_SLOTS:
         delegate.activate();
         QVERIFY(!delegate.window()->isMinimized());
         QVERIFY(delegate.window()->isVisible());
-    }
-
-    void stringTables_data()
-    {
-        QTest::addColumn<QString>("language");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("English") << "en"
-                                 << "IDS_INSTALLER_CONTINUE"
-                                 << "Continue";
-        QTest::newRow("German") << "de_DE"
-                                << "IDS_INSTALLER_CONTINUE"
-                                << "Weiter";
-        QTest::newRow("unknown language falls back to English") << "fi"
-                                                                << "IDS_CANCEL"
-                                                                << "Quit";
-        QTest::newRow("unknown key is empty, not the key") << "en"
-                                                           << "IDS_NO_SUCH_KEY"
-                                                           << "";
-        QTest::newRow("format keeps its placeholders")
-            << "de"
-            << "IDS_WSPDH"
-            << "%@ konnte nicht installiert werden. Bitte versuche es sp\u00e4ter erneut oder lade es von %@ "
-               "herunter.";
-    }
-    void stringTables()
-    {
-        QFETCH(QString, language);
-        QFETCH(QString, key);
-        QFETCH(QString, text);
-        KVSetLocalizationLanguage(language);
-        QCOMPARE(KVLocalizedString(key), text);
-        QVERIFY(!KVLocalizedString(key).isNull());
-        KVSetLocalizationLanguage(QStringLiteral("en"));
     }
 };
 

@@ -1,6 +1,4 @@
 #include "App/Model/KVUpdateHelper.h"
-#include "Core/Logging/KVFormat.h"
-#include "KVLogCapture.h"
 #include "KVTestCompanion.h"
 #include "KVTestHost.h"
 #include "KVTestSandbox.h"
@@ -10,7 +8,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QProcess>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -120,14 +117,11 @@ private Q_SLOTS:
             },
             hasWindow ? std::function<QPointF()>(windowOrigin) : std::function<QPointF()>()));
 
-        KVLogCapture log;
         engine.queue().async([&] { engine.launchApp(); });
         QTRY_COMPARE(terminations, 1);
         QCOMPARE(onlyStart().arguments, arguments);
         QVERIFY(!defaults.objectForKey(kLaunchDateKey).isValid());
         QVERIFY(!defaults.objectForKey(kUpdateDateKey).isValid());
-        QVERIFY(log.contains(KVFormat("%@ start parameters %@", QStringLiteral("KVUpdateHelper"), arguments)));
-        QCOMPARE(log.contains(QStringLiteral("invaild install launch date!")), launchSeconds < 0);
     }
 
     void scriptStopsOnceTheProgramRuns_data()
@@ -141,8 +135,6 @@ private Q_SLOTS:
         QTest::newRow("already running: first attempt only") << "Nestora.app" << QString() << true << 0.0f << false;
         QTest::newRow("name longer than Linux keeps") << "NestoraCompanionApp.app"
                                                       << "NestoraCompanionApp" << false << 0.0f << false;
-        QTest::newRow("long name, already running") << "NestoraCompanionApp.app"
-                                                    << "NestoraCompanionApp" << true << 0.0f << false;
         // Linux cuts the name in the middle of the last character.
         QTest::newRow("name cut inside a character") << "Nestora.app"
                                                      << "NestoraCompañía" << false << 0.0f << false;
@@ -190,16 +182,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name"); // of the bundle (with ".app") and of its program
 
-        QTest::newRow("blanks") << "Nest ora  app";
-        QTest::newRow("double quotes") << "Nest\"ora\"";
-        QTest::newRow("single quotes") << "Nest'ora'";
-        QTest::newRow("command substitution") << "$(touch ${NESTORA_PWNED})";
-        QTest::newRow("backticks") << "`touch ${NESTORA_PWNED}`";
-        QTest::newRow("semicolons") << "x;touch ${NESTORA_PWNED};";
-        QTest::newRow("ampersand and pipe") << "a&touch ${NESTORA_PWNED}|b";
-        QTest::newRow("redirection") << "a>${NESTORA_PWNED}";
-        QTest::newRow("regular expression characters") << "N.e*s[t](o)|r^a$\\";
-        QTest::newRow("format placeholders") << "%1 %2 %3 %@";
+        // Quotes, blanks and everything a shell would act on, in one name.
+        QTest::newRow("shell syntax") << "Nest \"o'ra\"  $(touch ${NESTORA_PWNED}) `touch ${NESTORA_PWNED}`;"
+                                         "a&touch ${NESTORA_PWNED}|b>${NESTORA_PWNED}";
+        QTest::newRow("pattern and format characters") << "N.e*s[t](o)|r^a$\\ %1 %2 %@";
         QTest::newRow("leading dash and tilde") << "-~n";
     }
 
@@ -246,23 +232,6 @@ private Q_SLOTS:
         // None of the standard signals 1 to 31 ignored (the runtime may set aside its own above them).
         const quint64 ignoredSignals = statusText.mid(ignored + 7, 17).trimmed().toULongLong(nullptr, 16);
         QCOMPARE(ignoredSignals & 0x7fffffffULL, 0ULL);
-    }
-
-    void launchedProgramOutlivesItsLauncher()
-    {
-        QVERIFY(KVTestCompanion::install(companionPath()));
-        QProcess launcher;
-        launcher.start(QStringLiteral(NESTORA_BUILD_DIR "/companion/nestora-launch"),
-                       {companionPath(), QStringLiteral("-KVWindowOrigin"), QStringLiteral("1"), QStringLiteral("2")});
-        QVERIFY(launcher.waitForFinished());
-        QCOMPARE(launcher.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(launcher.exitCode(), 0);
-
-        QTRY_COMPARE(m_companion->starts().size(), 1);
-        const KVTestCompanion::Start start = m_companion->starts().first();
-        QCOMPARE(start.arguments, (QStringList{"-KVWindowOrigin", "1", "2"}));
-        QVERIFY(KVTestCompanion::waitForLaunchScripts());
-        QVERIFY(KVTestCompanion::isRunning(start.processIdentifier));
     }
 
     void terminatesEveryInstanceOfTheBundle()

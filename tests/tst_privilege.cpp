@@ -78,7 +78,6 @@ private slots:
         QFile::remove(QStringLiteral("pwned"));
         KVPrivilegeHelper::setElevator(QString());
         qunsetenv("NESTORA_STANDIN_DISMISS");
-        qunsetenv("NESTORA_STANDIN_RECORD");
     }
 
     void argumentsRoundTrip_data()
@@ -86,10 +85,8 @@ private slots:
         QTest::addColumn<QString>("argument");
 
         QTest::newRow("blanks") << "/opt/My Apps/Nestora.app";
-        QTest::newRow("single quote") << "a'b;touch pwned";
-        QTest::newRow("quote at both ends") << "'x'";
-        QTest::newRow("escaped quote text") << "'\\''";
-        QTest::newRow("shell syntax") << "$HOME $(touch pwned) `touch pwned`; touch pwned && echo \"hi\" C:\\path\\";
+        QTest::newRow("quotes") << "'a'b;touch pwned' '\\'' \"hi\" C:\\path\\";
+        QTest::newRow("shell syntax") << "$HOME $(touch pwned) `touch pwned`; touch pwned && echo";
         QTest::newRow("newline") << "first\nsecond\n";
         QTest::newRow("empty") << QString();
         QTest::newRow("leading dash") << "-rf";
@@ -110,35 +107,6 @@ private slots:
         QCOMPARE(output, argument + QChar(0) + QStringLiteral("next") + QChar(0));
         QVERIFY(errorDescription.isNull());
         QVERIFY(!QFileInfo::exists(QStringLiteral("pwned")));
-    }
-
-    void commandLineHandedToTheElevator_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("expectedTail");
-
-        QTest::newRow("three quoted paths") << QStringList{"'/opt/Nestora.app'", "'/tmp/X/Nestora.app'", "'/opt'"}
-                                            << " '/opt/Nestora.app' '/tmp/X/Nestora.app' '/opt'";
-        QTest::newRow("no arguments") << QStringList() << " ";
-    }
-
-    void commandLineHandedToTheElevator()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, expectedTail);
-
-        const QString record = KVTestSandbox::current().root() + QStringLiteral("/elevator-record");
-        qputenv("NESTORA_STANDIN_RECORD", record.toUtf8());
-        const QString script = writeScript(QStringLiteral("exit 0"));
-        QString output;
-        QString errorDescription;
-        QVERIFY(KVPrivilegeHelper::runProcessAsAdministrator(script, arguments, &output, &errorDescription));
-
-        const QList<QByteArray> recorded = readFile(record).split('\0');
-        QCOMPARE(recorded.size(), 4); // three arguments, each ended by a NUL
-        QCOMPARE(recorded[0], QByteArray("/bin/sh"));
-        QCOMPARE(recorded[1], QByteArray("-c"));
-        QCOMPARE(QString::fromUtf8(recorded[2]), KVShellQuoting::singleQuoted(script) + expectedTail);
     }
 
     void outcome_data()
