@@ -1,5 +1,6 @@
 #include "App/Model/KVUpdateHelper.h"
 #include "KVTestCompanion.h"
+#include "KVTestFiles.h"
 #include "KVTestHost.h"
 #include "KVTestHttpServer.h"
 #include "KVTestSandbox.h"
@@ -17,30 +18,25 @@ QString applicationPath()
     return KVTestSandbox::current().applicationsDirectory() + QStringLiteral("/Nestora.app");
 }
 
-void writeFile(const QString &path, const QByteArray &contents)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size());
-}
-
 // Installed state as the data rows give it: "absent", "file", "no version", "no Info.plist",
 // "unreadable Info.plist", "no program" or a CFBundleVersion.
 void install(const QString &path, const QString &state)
 {
     if (state == QLatin1String("absent"))
         return;
-    if (state == QLatin1String("file"))
-        return writeFile(path, {});
+    if (state == QLatin1String("file")) {
+        QVERIFY(KVTestFiles::writeFile(path, {}));
+        return;
+    }
     QVariantMap info{{"CFBundleIdentifier", "com.keldran.test"}, {"CFBundleExecutable", "Nestora"}};
     if (!state.startsWith(QLatin1String("no ")) && !state.startsWith(QLatin1String("unreadable ")))
         info.insert(QStringLiteral("CFBundleVersion"), state);
     if (state != QLatin1String("no program"))
-        writeFile(path + QStringLiteral("/Contents/MacOS/Nestora"), "#!/bin/sh\n");
+        QVERIFY(KVTestFiles::writeFile(path + QStringLiteral("/Contents/MacOS/Nestora"), "#!/bin/sh\n"));
     const QString infoPath = path + QStringLiteral("/Contents/Info.plist");
     QDir().mkpath(QFileInfo(infoPath).path());
     if (state == QLatin1String("unreadable Info.plist"))
-        writeFile(infoPath, "<?xml version=\"1.0\"?><plist><dict><key>CFBundleVersion");
+        QVERIFY(KVTestFiles::writeFile(infoPath, "<?xml version=\"1.0\"?><plist><dict><key>CFBundleVersion"));
     else if (state != QLatin1String("no Info.plist"))
         QVERIFY(KVPropertyList::writeDictionary(infoPath, info));
 }

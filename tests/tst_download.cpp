@@ -2,6 +2,7 @@
 
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVFileHandle+MD5.h"
+#include "KVTestFiles.h"
 #include "KVTestHttpServer.h"
 #include "KVTestMount.h"
 #include "KVTestSandbox.h"
@@ -141,9 +142,7 @@ private slots:
 
         QVERIFY2(!result->error, qPrintable(result->error.description()));
         QCOMPARE(result->path, destination);
-        QFile file(destination);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY(file.readAll() == body);
+        QVERIFY(KVTestFiles::readFile(destination) == body);
         QCOMPARE(filesIn(temporaryFolder()), QStringList{"download.zip"});
         QVERIFY(result->everyCallbackOnMainThread);
 
@@ -281,8 +280,7 @@ private slots:
         QFETCH(qint64, position);
 
         QFile file(temporaryFolder() + QStringLiteral("/digest.bin"));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size());
-        file.close();
+        QVERIFY(KVTestFiles::writeFile(file.fileName(), contents));
         QVERIFY(file.open(QIODevice::ReadOnly) && file.seek(position));
 
         QCOMPARE(KVFileHandle::md5Value(&file), md5Of(contents.mid(position)));
@@ -318,10 +316,8 @@ private slots:
         QFETCH(bool, matches);
 
         const QString path = temporaryFolder() + QStringLiteral("/keldran-vexa-app.zip");
-        QFile file(path);
         if (!contents.isNull())
-            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size());
-        file.close();
+            QVERIFY(KVTestFiles::writeFile(path, contents));
         const KVINI manifest(QStringLiteral("[Mac_Application_2.0]\n") + manifestLine + QLatin1Char('\n'));
         QCOMPARE(manifest.sections().size(), 1);
         QCOMPARE(KVUpdateHelper(kManifestURL).fileMatchesDigestOfSection(path, *manifest.sections().first()), matches);

@@ -1,16 +1,15 @@
 #include "Core/Logging/KVLog.h"
 #include "Core/Logging/KVLogSetup.h"
 #include "KVLogCapture.h"
+#include "KVTestFiles.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVUserDefaults.h"
 
 #include <QDir>
-#include <QFile>
 
 static QString readAll(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    return QString::fromUtf8(KVTestFiles::readFile(path));
 }
 
 // The installer's logging: which file log the user's "LogLevel" selects, how files roll, and the
@@ -126,14 +125,10 @@ private Q_SLOTS:
         QFETCH(bool, continued);
         const QDateTime now(QDate(2026, 1, 1), QTime(8, 0), Qt::UTC);
         const QString folder = KVTestSandbox::current().root() + QStringLiteral("/rolling");
-        QDir(folder).removeRecursively();
-        QVERIFY(QDir().mkpath(folder));
+        QDir(folder).removeRecursively(); // the sandbox keeps its root between tests
         const QString existing =
             folder + QStringLiteral("/prefix ") + now.addSecs(-age).toString("yyyy-MM-dd--HH-mm-ss-zzz") + ".log";
-        QFile file(existing);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QByteArray(size, 'x'));
-        file.close();
+        QVERIFY(KVTestFiles::writeFile(existing, QByteArray(size, 'x')));
 
         auto sink = std::make_shared<KVRollingFileSink>(
             folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now; }, 1000);
@@ -150,11 +145,8 @@ private Q_SLOTS:
     void unwritableLogFolderDoesNotStopTheProgram()
     {
         // A plain file where the log folder should be: nothing can be created there.
-        const QString nestora = KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora");
-        QDir().mkpath(nestora);
-        QFile blocker(nestora + QStringLiteral("/InstallerLog"));
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
+        QVERIFY(
+            KVTestFiles::writeFile(KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/InstallerLog"), {}));
 
         KVLogCapture capture;
         KVUserDefaults defaults(KVTestSandbox::current().configHome() + QStringLiteral("/defaults.plist"));

@@ -1,4 +1,5 @@
 #include "App/Model/KVUpdateHelper.h"
+#include "KVTestFiles.h"
 #include "KVTestHttpServer.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
@@ -66,12 +67,10 @@ private Q_SLOTS:
         QFETCH(QString, expectedURL);
 
         const QString path = KVTestSandbox::current().home() + QStringLiteral("/Downloads/TestServerForVexa.txt");
-        QFile file(path);
         if (testServerFile == "<dir>")
-            QDir().mkpath(path);
+            QVERIFY(QDir().mkpath(path));
         else if (!testServerFile.isEmpty())
-            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(testServerFile) == testServerFile.size());
-        file.close();
+            QVERIFY(KVTestFiles::writeFile(path, testServerFile));
 
         QCOMPARE(KVUpdateHelper(KVUpdateHelper::testServerUpdateURL()).updateURL().toString(), expectedURL);
     }

@@ -1,3 +1,4 @@
+#include "KVTestFiles.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
@@ -30,9 +31,7 @@ private Q_SLOTS:
         const QString path = KVTestSandbox::current().root() + QStringLiteral("/types.plist");
         QVERIFY(KVPropertyList::writeDictionary(path, original));
 
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray xml = file.readAll();
+        const QByteArray xml = KVTestFiles::readFile(path);
         QVERIFY(xml.contains("<date>2023-11-14T22:13:20Z</date>")); // dates keep the right epoch
         QVERIFY(xml.contains("<true/>"));
 
@@ -70,11 +69,8 @@ private Q_SLOTS:
         QFETCH(QByteArray, content);
         QFETCH(qint64, code);
         const QString path = KVTestSandbox::current().root() + QStringLiteral("/broken.plist");
-        if (!content.isNull()) {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(content);
-        }
+        if (!content.isNull())
+            QVERIFY(KVTestFiles::writeFile(path, content));
         KVError error;
         QVERIFY(KVPropertyList::readDictionary(path, &error).isEmpty());
         QCOMPARE(error.domain(), KVCocoaErrorDomain);
@@ -109,9 +105,7 @@ private Q_SLOTS:
     {
         // A plain file where the settings folder should be: unwritable even for root.
         const QString blocker = KVTestSandbox::current().root() + QStringLiteral("/blocker");
-        QFile file(blocker);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.close();
+        QVERIFY(KVTestFiles::writeFile(blocker, {}));
         KVUserDefaults defaults(blocker + QStringLiteral("/defaults.plist"));
         defaults.setObject("Key", QStringLiteral("value"));
         QVERIFY(!defaults.synchronize());

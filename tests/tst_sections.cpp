@@ -1,4 +1,5 @@
 #include "App/Model/KVUpdateHelper.h"
+#include "KVTestFiles.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
@@ -127,9 +128,7 @@ private Q_SLOTS:
         QCOMPARE(engine.currentVersionOfDeviceIcons(), QStringLiteral("7"));
         QVERIFY(engine.currentVersionOfSmartCard().isNull()); // a version is text; anything else is no version
 
-        QFile damaged(history); // reads as no history at all
-        QVERIFY(damaged.open(QIODevice::WriteOnly) && damaged.write("<plist><dict><key>x") > 0);
-        damaged.close();
+        QVERIFY(KVTestFiles::writeFile(history, "<plist><dict><key>x")); // reads as no history at all
         QVERIFY(KVUpdateHelper(kManifestURL).history().isEmpty());
     }
 
@@ -165,7 +164,7 @@ private Q_SLOTS:
         else if (installed == QLatin1String("bundle without version"))
             writeInfo(plugIn, {{"CFBundleIdentifier", "com.keldran.backup"}});
         else if (installed == QLatin1String("file"))
-            QVERIFY(QDir().mkpath(QFileInfo(plugIn).path()) && QFile(plugIn).open(QIODevice::WriteOnly));
+            QVERIFY(KVTestFiles::writeFile(plugIn, {}));
 
         const KVUpdateHelper engine(kManifestURL);
         QCOMPARE(engine.currentVersionOfPlugin(KVINISection(QStringLiteral("Mac_Module_Backup_1.2"))), version);
