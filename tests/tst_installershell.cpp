@@ -68,11 +68,6 @@ private Q_SLOTS:
         QVERIFY(delegate.window()->contentView());
         KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
         QVERIFY(qAbs(defaults.dateForKey("InstallerLastLaunchDate").secsTo(QDateTime::currentDateTimeUtc())) < 60);
-
-        // A flag without its values is not fatal.
-        KVIAppDelegate second;
-        second.applicationWillFinishLaunching({"NestoraInstaller", "-KVWindowOrigin", "5"});
-        QVERIFY(second.window());
     }
 
     void popupsAreShownOneAtATime()

@@ -77,7 +77,6 @@ private slots:
         KVTestSandbox::current().reset();
         QFile::remove(QStringLiteral("pwned"));
         KVPrivilegeHelper::setElevator(QString());
-        qunsetenv("NESTORA_STANDIN_DISMISS");
     }
 
     void argumentsRoundTrip_data()
@@ -112,36 +111,29 @@ private slots:
     void outcome_data()
     {
         QTest::addColumn<QString>("scriptBody");
-        QTest::addColumn<bool>("dismiss");
         QTest::addColumn<QString>("elevator");
         QTest::addColumn<bool>("succeeds");
         QTest::addColumn<QString>("expectedOutput");
         QTest::addColumn<QString>("expectedDescription");
 
         const QString none;
-        QTest::newRow("success") << "echo installed" << false << none << true << "installed" << none;
-        QTest::newRow("success with lines") << "printf 'a\\nb\\n\\n'" << false << none << true << "a\nb\n" << none;
+        QTest::newRow("success with lines") << "printf 'a\\nb\\n\\n'" << none << true << "a\nb\n" << none;
         QTest::newRow("script fails with a message")
-            << "echo partial; echo 'Install.sh: cannot copy' >&2; exit 1" << false << none << false << "untouched"
+            << "echo partial; echo 'Install.sh: cannot copy' >&2; exit 1" << none << false << "untouched"
             << "Install.sh: cannot copy";
-        QTest::newRow("script fails silently") << "exit 3" << false << none << false << "untouched" << none;
-        QTest::newRow("prompt dismissed") << "echo ran" << true << none << false << "untouched"
-                                          << "The administrator password is required to do this.";
-        QTest::newRow("elevator missing")
-            << "echo ran" << false << "/nonexistent/pkexec" << false << "untouched" << none;
+        QTest::newRow("script fails silently") << "exit 3" << none << false << "untouched" << none;
+        QTest::newRow("elevator missing") << "echo ran"
+                                          << "/nonexistent/pkexec" << false << "untouched" << none;
     }
 
     void outcome()
     {
         QFETCH(QString, scriptBody);
-        QFETCH(bool, dismiss);
         QFETCH(QString, elevator);
         QFETCH(bool, succeeds);
         QFETCH(QString, expectedOutput);
         QFETCH(QString, expectedDescription);
 
-        if (dismiss)
-            qputenv("NESTORA_STANDIN_DISMISS", "1");
         KVPrivilegeHelper::setElevator(elevator);
         QString output = QStringLiteral("untouched");
         QString errorDescription = QStringLiteral("stale");
