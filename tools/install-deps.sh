@@ -8,6 +8,7 @@ packages=(
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-l10n-tools qt6-tools-dev qt6-tools-dev-tools libqt6svg6
   libgl-dev libxkbcommon-dev
   libspdlog-dev libfmt-dev libplist-dev zlib1g-dev
+  gcovr clang-format clang-tidy
   unzip zip python3 nginx-light xvfb xauth pkexec procps ccache curl time openssl
   fonts-inter fontconfig
   xdotool x11-utils imagemagick
