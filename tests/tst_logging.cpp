@@ -1,5 +1,5 @@
 #include "Core/Logging/KVLog.h"
-#include "Core/Logging/KVLogSetup.h"
+#include "Installer/KVLogSetup.h"
 #include "KVLogCapture.h"
 #include "KVTestFiles.h"
 #include "KVTestSandbox.h"

@@ -8,7 +8,4 @@ shift || true
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=Debug "${launcher[@]}" "$@" >/dev/null
-# With Ninja, AUTOMOC misses Q_OBJECT headers added after its last run (the globs pick the file up,
-# the moc step does not rerun); dropping its stamps makes it look again. Its own cache keeps it quick.
-find "$build_dir" -path '*_autogen/timestamp' -delete
 cmake --build "$build_dir" --parallel "$(nproc)"

@@ -1,4 +1,4 @@
-#include "Core/Logging/KVLogSetup.h"
+#include "Installer/KVLogSetup.h"
 
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVStandardPaths.h"
