@@ -101,7 +101,7 @@ int copyItem(const fs::path &source, const fs::path &target)
 // empty string with *error set.
 QString copyBesideDestination(const QString &source, const QString &destination, KVError *error)
 {
-    const QString staging = hiddenSiblingOf(destination);
+    QString staging = hiddenSiblingOf(destination);
     const int failure = copyItem(nativePath(source), nativePath(staging));
     if (failure == 0)
         return staging;

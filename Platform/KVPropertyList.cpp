@@ -208,7 +208,7 @@ QByteArray xmlFromDictionary(const QVariantMap &dictionary)
     char *xml = nullptr;
     uint32_t length = 0;
     plist_to_xml(root.get(), &xml, &length);
-    const QByteArray text(xml, qsizetype(length));
+    QByteArray text(xml, qsizetype(length));
     free(xml);
     return text;
 }

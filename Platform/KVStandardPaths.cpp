@@ -45,12 +45,12 @@ QString downloadsDirectory()
 
 QString runtimeDirectory()
 {
-    const QString runtime = environmentFolder("XDG_RUNTIME_DIR", QString());
+    QString runtime = environmentFolder("XDG_RUNTIME_DIR", QString());
     // A runtime folder inherited from another user (su, sudo) is not this user's to use.
     if (const QFileInfo folder(runtime); !runtime.isEmpty() && folder.isDir() && folder.ownerId() == ::getuid())
         return runtime;
-    const QString fallback = environmentFolder("XDG_CACHE_HOME", homeDirectory() + QStringLiteral("/.cache")) +
-                             QStringLiteral("/Nestora/Runtime");
+    QString fallback = environmentFolder("XDG_CACHE_HOME", homeDirectory() + QStringLiteral("/.cache")) +
+                       QStringLiteral("/Nestora/Runtime");
     if (!QDir().mkpath(fallback) ||
         !QFile::setPermissions(fallback, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner))
         return {};

@@ -4,7 +4,7 @@
 
 namespace {
 // What one step of decoding may produce before the sink sees it.
-constexpr qsizetype kPieceSize = 256 * 1024;
+constexpr qsizetype kPieceSize = qsizetype{256} * 1024;
 // zlib's window size, plus 32: detect a gzip or a zlib (HTTP "deflate") header by itself.
 constexpr int kWindowBitsWithHeaderDetection = 15 + 32;
 } // namespace

@@ -196,7 +196,7 @@ KVError KVDownloadTask::outcome()
 {
     if (m_stopError)
         return m_stopError;
-    if (const KVError transportError = KVTransportErrorOfReply(*m_reply))
+    if (KVError transportError = KVTransportErrorOfReply(*m_reply))
         return transportError;
     if (!hasSuccessStatus()) {
         const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -209,7 +209,7 @@ KVError KVDownloadTask::outcome()
     writeAvailableData();
     if (m_stopError)
         return m_stopError;
-    if (const KVError error = lengthError())
+    if (KVError error = lengthError())
         return error;
     if (!m_file.commit())
         return errorOfFile(m_file);

@@ -65,7 +65,7 @@ QVariant detailOf(const KVError &error, const QString &key)
 // The folder a file error concerns: the path itself when it is a folder, else the folder it lies in.
 QString folderOf(const KVError &error)
 {
-    const QString path = detailOf(error, KVFilePathErrorKey).toString();
+    QString path = detailOf(error, KVFilePathErrorKey).toString();
     if (path.isEmpty())
         return path;
     const QFileInfo info(path);

@@ -110,7 +110,7 @@ KVINISectionPtr KVUpdateHelper::checkInstallerUpdate()
     if (targetName.isNull())
         return nullptr;
 
-    const KVINISectionPtr target = m_INI->sectionWithName(targetName);
+    KVINISectionPtr target = m_INI->sectionWithName(targetName);
     const QString osSupport = target ? target->valueForKey(QStringLiteral("OSSupport")) : QString();
     if (osSupport.isNull())
         KVLogError("%@: OS support not found in %@", kClassName, target);
@@ -203,7 +203,7 @@ QList<KVINISectionPtr> KVUpdateHelper::checkDeviceXMLAndIconUpdate()
 
 KVINISectionPtr KVUpdateHelper::checkSmartCardsUpdate()
 {
-    const KVINISectionPtr section = m_INI ? m_INI->sectionWithName(QStringLiteral("Smart_Cards")) : nullptr;
+    KVINISectionPtr section = m_INI ? m_INI->sectionWithName(QStringLiteral("Smart_Cards")) : nullptr;
     const QString installedVersion = currentVersionOfSmartCard();
     if (installedVersion.isNull())
         return section;

@@ -84,7 +84,7 @@ QString KVUpdateHelper::currentVersionOfPlugin(const KVINISection &section) cons
 
 QString KVUpdateHelper::pluginDirectory() const
 {
-    const QString path = nestoraDataFolder() + QStringLiteral("/PlugIns");
+    QString path = nestoraDataFolder() + QStringLiteral("/PlugIns");
     // Only a folder that is already there is "created", which changes nothing: this look-up must
     // never make the plug-in folder, and the deployment copes with its absence.
     if (QFileInfo::exists(path))

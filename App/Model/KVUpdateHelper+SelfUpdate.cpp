@@ -18,7 +18,7 @@ const QString kClassName = QStringLiteral("KVUpdateHelper");
 // The running installer's bundle, or where it really lies when the system runs a translocated copy.
 QString installerTargetPath(bool logAtErrorLevel)
 {
-    const QString bundlePath = KVBundle::mainBundle().bundlePath();
+    QString bundlePath = KVBundle::mainBundle().bundlePath();
     const QUrl current = QUrl::fromLocalFile(bundlePath);
     QUrl original;
     if (!KVTranslocation::isTranslocatedURL(current, &original))

@@ -78,7 +78,7 @@ QUrl KVUpdateHelper::testServerUpdateURL()
         KVLogError("%@ invalid test configs file at %@", kClassName, path);
         return {};
     }
-    const QUrl url = urlFromString(document.object().value(QStringLiteral("ApplicationUpdate")).toString());
+    QUrl url = urlFromString(document.object().value(QStringLiteral("ApplicationUpdate")).toString());
     if (url.isEmpty())
         KVLogError("%@ invalid app update url in JSON file at %@", kClassName, path);
     return url;
