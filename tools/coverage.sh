@@ -4,6 +4,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build_dir=${1:-build-tests}
+# gcovr replaces its output file rather than writing into it, so the report goes to a file of
+# its own (never /dev/null, which it would turn into a regular file).
+report=$(mktemp)
+trap 'rm -f "$report"' EXIT
 gcovr --root . --filter 'App/' --filter 'Platform/' --object-directory "$build_dir" \
-  --gcov-ignore-parse-errors --print-summary --output /dev/null "$build_dir" |
+  --gcov-ignore-parse-errors --print-summary --output "$report" "$build_dir" |
   sed -n 's/^lines: *\(.*\)$/Line coverage of App\/ and Platform\/: \1/p'
