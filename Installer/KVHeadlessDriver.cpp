@@ -1,7 +1,9 @@
 #include "Installer/KVHeadlessDriver.h"
 
 #include "App/Model/KVErrorClass.h"
+#include "App/Model/KVNetworkHelper.h"
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVNotificationCenter.h"
 #include "Core/Logging/KVLog.h"
 #include "Installer/KVCommandLine.h"
 #include "Installer/KVLogSetup.h"
@@ -21,7 +23,8 @@ namespace {
 const QString kClassName = QStringLiteral("KVHeadlessDriver");
 const QString kProgramName = QStringLiteral("NestoraInstaller");
 constexpr int kBarWidth = 30;
-constexpr int kPlainLineStep = 10; // percent between two plain progress lines
+constexpr int kPlainLineStep = 10;                // percent between two plain progress lines
+constexpr qint64 kNotConnectedToInternet = -1009; // the URL domain's code for "offline"
 
 // The version of a release section: the last "_"-part of its name.
 QString releaseVersion(const KVINISection &section)
@@ -153,7 +156,30 @@ void KVHeadlessDriver::start()
 
     say(QStringLiteral("Nestora installer %1: checking for updates at %2")
             .arg(KVBundle::mainBundle().bundleVersion(), KVPrintableURL(m_engine.updateURL())));
-    checkInstaller();
+    waitForNetwork();
+}
+
+void KVHeadlessDriver::waitForNetwork()
+{
+    if (KVNetworkHelper::sharedInstance().isReachable()) {
+        checkInstaller();
+        return;
+    }
+    say(QStringLiteral("Waiting for a network connection"));
+    KVNotificationCenter &center = KVNotificationCenter::defaultCenter();
+    center.addObserver(this, KVNetworkReachableNotification, [this](const KVNotification &) {
+        KVNotificationCenter::defaultCenter().removeObserver(this, KVNetworkReachableNotification);
+        m_networkDeadline.stop();
+        checkInstaller();
+    });
+    m_networkDeadline.setSingleShot(true);
+    connect(&m_networkDeadline, &QTimer::timeout, this, [this] {
+        KVNotificationCenter::defaultCenter().removeObserver(this, KVNetworkReachableNotification);
+        fail(KVError(KVURLErrorDomain, kNotConnectedToInternet,
+                     {{KVLocalizedDescriptionKey, QStringLiteral("no network connection")}}),
+             QStringLiteral("network check"));
+    });
+    m_networkDeadline.start(KVUpdateHelper::networkTimeout());
 }
 
 void KVHeadlessDriver::checkInstaller()

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QTextStream>
+#include <QTimer>
 
 #include <optional>
 
@@ -74,6 +75,9 @@ Q_SIGNALS:
     void finished(int status);
 
 private:
+    // Offline, the checks would fail at once: as the window does, the run waits for the network,
+    // here for as long as a request waits for its answer.
+    void waitForNetwork();
     void checkInstaller();
     void updateInstaller(const KVINISectionPtr &section);
     void checkDeliverables();
@@ -95,5 +99,6 @@ private:
     QTextStream m_output;
     QTextStream m_errors;
     QString m_handOverText;
+    QTimer m_networkDeadline;
     bool m_finished = false;
 };
