@@ -314,11 +314,10 @@ void FlowControllerTest::checkErrorWaitsForTheNetwork()
     m_engine->installerChecks.takeLast()(nullptr, kUnreachableManifest);
     QCOMPARE(m_controller->updateStep(), quint64(0));
     QVERIFY(infoShows(KVErrorText(kUnreachableManifest), true));
-    QVERIFY(m_controller->checkingIndicator()->isVisible());
-    QVERIFY(m_controller->checkingIndicatorTimer());
-
-    // The deliverables check fails the same way.
-    postReachable();
+    // Try Again, where Continue stands, repeats the check; the deliverables check fails the same way.
+    QVERIFY(m_controller->continueButton()->isVisible() && m_controller->continueButton()->isEnabled());
+    QTest::mouseClick(m_controller->continueButton(), Qt::LeftButton);
+    QTRY_COMPARE(m_engine->installerChecks.size(), 1);
     m_engine->installerChecks.takeLast()(nullptr, kNoError);
     m_engine->checks.takeLast()({section("Device_XML")}, kUnreachableManifest);
     QCOMPARE(m_controller->updateStep(), quint64(1));
@@ -420,21 +419,18 @@ void FlowControllerTest::runErrorText_data()
 {
     QTest::addColumn<QString>("domain");
     QTest::addColumn<qint64>("code");
-    QTest::addColumn<bool>("connection");
     QTest::addColumn<bool>("offlineFirst"); // the first error shown stays
-    // Offline the animation says that the installer goes on by itself once the network is back.
-    QTest::newRow("connection refused") << QStringLiteral("NSURLErrorDomain") << qint64(-1004) << true << false;
-    QTest::newRow("MD5 mismatch") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false << false;
-    QTest::newRow("privileged deployment") << QStringLiteral("") << qint64(-1) << false << false;
+    QTest::newRow("connection refused") << QStringLiteral("NSURLErrorDomain") << qint64(-1004) << false;
+    QTest::newRow("MD5 mismatch") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false;
+    QTest::newRow("privileged deployment") << QStringLiteral("") << qint64(-1) << false;
     QTest::newRow("MD5 mismatch after going offline")
-        << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << true << true;
+        << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << true;
 }
 
 void FlowControllerTest::runErrorText()
 {
     QFETCH(QString, domain);
     QFETCH(qint64, code);
-    QFETCH(bool, connection);
     QFETCH(bool, offlineFirst);
 
     reachStep(6);
@@ -443,10 +439,21 @@ void FlowControllerTest::runErrorText()
     m_engine->sectionRuns.last().completion({}, KVError(domain, code));
     QCOMPARE(m_controller->updateStep(), quint64(6));
     QVERIFY(!m_controller->progressIndicator()->isVisible());
-    QCOMPARE(m_controller->checkingIndicator()->isVisible(), connection);
+    // Offline, the animation says that the installer goes on by itself once the network is back;
+    // after any other error Try Again does.
+    QCOMPARE(m_controller->checkingIndicator()->isVisible(), offlineFirst);
     const QString shown = offlineFirst ? text("IDS_INSTALLER_ERROR_CONNECT") : KVErrorText(KVError(domain, code));
     QVERIFY2(infoShows(shown, true), qPrintable(m_controller->infoTextView()->string()));
     QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
+    if (offlineFirst)
+        return;
+
+    // Try Again repeats the check and the run.
+    QCOMPARE(m_controller->continueButton()->title(), KVLocalizedString(QStringLiteral("IDS_INSTALLER_TRY_AGAIN")));
+    QTest::mouseClick(m_controller->continueButton(), Qt::LeftButton);
+    QTRY_COMPARE(m_engine->checks.size(), 1);
+    m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
+    QCOMPARE(m_engine->sectionRuns.size(), 2);
 }
 
 void FlowControllerTest::checkboxRule_data()

@@ -13,12 +13,13 @@
 namespace {
 
 const QString kUnpackingPrefix = QStringLiteral("nestora-unpack-");
+const QString kDownloadPrefix = QStringLiteral("keldran-vexa-");
 const QString kUUIDPattern = QStringLiteral("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
 
 // What the installer leaves in the temporary directory: extraction folders, and the downloads
 // ("keldran-vexa-…") with the temporary files they are written through.
 const QRegularExpression kTemporaryItem(
-    QStringLiteral("^(%1%2|keldran-vexa-.+)$").arg(QRegularExpression::escape(kUnpackingPrefix), kUUIDPattern));
+    QStringLiteral("^(%1%2|%3.+)$").arg(QRegularExpression::escape(kUnpackingPrefix), kUUIDPattern, kDownloadPrefix));
 
 // What the installer leaves beside a deployed item: a hidden copy on the way to its place
 // (".<UUID>_<name>"), a property list or data file half written through QSaveFile
@@ -77,6 +78,18 @@ void removeUnpackingFolderOf(const QStringList &items)
         return;
     if (const KVError error = KVFileOperations::removeItem(folder.filePath()))
         KVLogWarning("%s: failed to remove %@ with error %@", __func__, folder.filePath(), error);
+}
+
+void removeDownloads()
+{
+    const QDir temporary(KVStandardPaths::temporaryDirectory());
+    for (const QFileInfo &entry :
+         temporary.entryInfoList({kDownloadPrefix + QLatin1Char('*')}, QDir::Files | QDir::Hidden)) {
+        if (!isOwnedByThisUser(entry))
+            continue;
+        if (const KVError error = KVFileOperations::removeItem(entry.filePath()))
+            KVLogWarning("%s: failed to remove %@ with error %@", __func__, entry.filePath(), error);
+    }
 }
 
 void removeLeftoversOfEarlierRuns(const QStringList &deploymentFolders)

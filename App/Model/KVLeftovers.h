@@ -15,6 +15,10 @@ QString newUnpackingFolder();
 // Removes the extraction folder that unpacked items lie in, with whatever is still inside.
 void removeUnpackingFolderOf(const QStringList &items);
 
+// Removes the downloads in the temporary directory, verified ones kept for a retry included: what
+// the installer does as it stops.
+void removeDownloads();
+
 // Removes what an earlier run left in the temporary directory (extraction folders, downloads)
 // and in the given folders where items are deployed (hidden staging copies ".<UUID>_<name>",
 // staging folders of the install script, half-written data files). Entries of other users and

@@ -69,7 +69,7 @@ void KVSectionUpdateRun::run()
     if (!m_downloaded.isEmpty())
         takeFirstInstallationCensus();
     deploySections();
-    removeDownloads();
+    removeUnverifiedDownloads();
     complete();
     if (!m_runError)
         m_engine.launchApp();
@@ -134,6 +134,12 @@ void KVSectionUpdateRun::downloadSections()
 // False when the run must stop downloading.
 bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QString &url, const QString &path)
 {
+    if (isVerifiedDownload(section, path)) {
+        KVLogInfo("%@ uses %@, downloaded and verified by an earlier run", kClassName, path);
+        m_completedBytes += QFileInfo(path).size();
+        m_downloaded << path;
+        return true;
+    }
     (void)KVFileOperations::removeItem(path);
     const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
     if (const KVError spaceError = KVFileOperations::checkFreeSpace(QFileInfo(path).absolutePath(), bytes)) {
@@ -260,10 +266,12 @@ void KVSectionUpdateRun::deploySection(const KVINISection &section, const QStrin
     }
 
     KVLeftovers::removeUnpackingFolderOf(items);
-    (void)KVFileOperations::removeItem(downloadedPath);
-    // Only what was deployed: a failed deployment is tried again next time.
-    if (isDataKind(type) && !error)
-        recordHistory(section);
+    // Only what was deployed: a failed deployment is tried again next time, from the same download.
+    if (!error) {
+        (void)KVFileOperations::removeItem(downloadedPath);
+        if (isDataKind(type))
+            recordHistory(section);
+    }
 }
 
 KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
@@ -294,11 +302,21 @@ KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpd
     }
 }
 
-// Whatever a failed or skipped step left of the downloads: a run leaves nothing behind.
-void KVSectionUpdateRun::removeDownloads()
+// Whatever a failed or skipped step left of the downloads, except the verified ones that a retry
+// uses; the engine removes those when it stops.
+void KVSectionUpdateRun::removeUnverifiedDownloads()
 {
-    for (const KVINISectionPtr &section : std::as_const(m_runList))
-        (void)KVFileOperations::removeItem(m_engine.downloadPathForSection(*section));
+    for (const KVINISectionPtr &section : std::as_const(m_runList)) {
+        const QString path = m_engine.downloadPathForSection(*section);
+        if (!m_engine.shouldVerifyMD5() || !m_downloaded.contains(path))
+            (void)KVFileOperations::removeItem(path);
+    }
+}
+
+// Only a digest vouches for a file that is already there.
+bool KVSectionUpdateRun::isVerifiedDownload(const KVINISection &section, const QString &path) const
+{
+    return m_engine.shouldVerifyMD5() && QFileInfo(path).isFile() && m_engine.fileMatchesDigestOfSection(path, section);
 }
 
 void KVSectionUpdateRun::announcePlugin(const KVINISection &section, bool firstInstallation)

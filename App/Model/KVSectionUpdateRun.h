@@ -30,7 +30,8 @@ private:
     [[nodiscard]] KVError deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
                                             const QStringList &items, const QString &downloadedPath,
                                             const QString &deploymentPath, bool pluginIsNew);
-    void removeDownloads();
+    void removeUnverifiedDownloads();
+    [[nodiscard]] bool isVerifiedDownload(const KVINISection &section, const QString &path) const;
     void announcePlugin(const KVINISection &section, bool firstInstallation);
     void recordHistory(const KVINISection &section);
     void complete();

@@ -102,6 +102,7 @@ KVUpdateHelper::~KVUpdateHelper()
 {
     KVLogVerbose("%s", __func__);
     m_queue.reset(); // finishes the queued work while the members it uses still exist
+    KVLeftovers::removeDownloads();
 }
 
 void KVUpdateHelper::setUpdating(bool updating)
@@ -117,6 +118,7 @@ void KVUpdateHelper::stopWorkForExit(int exitStatus)
     const QPointer<QEventLoop> waiting(&loop);
     auto idle = std::make_shared<std::atomic_bool>(false);
     m_queue->async([waiting, idle] {
+        KVLeftovers::removeDownloads(); // kept for a retry until now
         *idle = true;
         KVDispatch::asyncMain([waiting] {
             if (waiting)

@@ -173,7 +173,12 @@ void KVIViewController::buildInterface()
     m_licenseAgreementCheckbox->setTogglesItself(false);
     connect(m_licenseAgreementCheckbox, &KVCheckBox::clicked, this,
             &KVIViewController::licenseAgreementCheckboxDidChange);
-    connect(m_continueButton, &KVButton::clicked, this, &KVIViewController::contiuneButtonDidClick);
+    connect(m_continueButton, &KVButton::clicked, this, [this] {
+        if (m_continueRetries)
+            tryAgainButtonDidClick();
+        else
+            contiuneButtonDidClick();
+    });
     connect(m_cancelButton, &KVButton::clicked, this, &KVIViewController::cancelButtonDidClick);
     connect(m_closeButton, &KVButton::clicked, this, &KVIViewController::closeButtonDidClick);
     connect(m_minimizeButton, &KVButton::clicked, this, &KVIViewController::minimizeButtonDidClick);
@@ -209,10 +214,9 @@ void KVIViewController::viewDidLoad()
     m_infoTextView->setAttributes({.font = KVIFont::regular14(), .foregroundColor = kTextGrey});
 
     m_progressIndicator->hide();
-    m_continueButton->setTitle(KVLocalizedString(QStringLiteral("IDS_INSTALLER_CONTINUE")));
     m_cancelButton->setTitle(KVLocalizedString(QStringLiteral("IDS_INSTALLER_CANCEL")));
+    setContinueRetries(false);
     hideLicenseControls();
-    viewDidLayout();
 
     displayInfo(KVLocalizedString(QStringLiteral("IDS_INSTALLER_CHECK_INTERNET")), false);
     // Nothing else starts the flow: the first reachable notification does.
@@ -257,7 +261,13 @@ void KVIViewController::handleNetworkReachableNotification()
     KVLogInfo("%s in step %d", __func__, m_updateStep);
     if (m_updateStep == LicenseShown)
         showEULA();
-    else if (m_updateStep <= InstallerUpdated)
+    else
+        repeatCurrentStep();
+}
+
+void KVIViewController::repeatCurrentStep()
+{
+    if (m_updateStep <= InstallerUpdated)
         checkInstaller();
     else
         checkAppAndOther();
@@ -303,8 +313,33 @@ void KVIViewController::showFailure(const KVError &error, const char *step)
     m_infoScrollView->show();
     m_progressIndicator->hide();
     displayInfo(KVErrorText(error), true);
-    // Offline: the animation says that the installer goes on by itself once the network is back.
-    displayCheckingIndicator(KVErrorClassOf(error) == KVErrorClass::ServerUnreachable);
+    // Try Again stands where the animation would: the user, not the network, resumes from here.
+    displayCheckingIndicator(false);
+    offerRetry();
+}
+
+void KVIViewController::offerRetry()
+{
+    setContinueRetries(true);
+    m_continueButton->show();
+    m_continueButton->setEnabled(true);
+    m_cancelButton->show();
+    m_continueButton->setFocus(Qt::OtherFocusReason);
+}
+
+void KVIViewController::tryAgainButtonDidClick()
+{
+    KVLogInfo("%s in step %d", __func__, m_updateStep);
+    setContinueRetries(false);
+    repeatCurrentStep();
+}
+
+void KVIViewController::setContinueRetries(bool retries)
+{
+    m_continueRetries = retries;
+    m_continueButton->setTitle(KVLocalizedString(retries ? QStringLiteral("IDS_INSTALLER_TRY_AGAIN")
+                                                         : QStringLiteral("IDS_INSTALLER_CONTINUE")));
+    viewDidLayout();
 }
 
 void KVIViewController::checkInstaller()
@@ -362,6 +397,7 @@ void KVIViewController::showEULA()
 {
     // Network changes do not move the flow while the licence is shown.
     removeNetworkMonitor();
+    setContinueRetries(false);
     displayCheckingIndicator(false);
     m_progressIndicator->hide();
     m_infoScrollView->hide();
@@ -551,8 +587,8 @@ void KVIViewController::viewDidLayout()
     for (int i = 0; i < 2; ++i) {
         const ButtonWidth width = buttonWidthForTitleWidth(metrics.horizontalAdvance(buttons[i]->title()));
         widths[i] = width.width;
-        if (width.clipped)
-            buttons[i]->setToolTip(buttons[i]->title());
+        // Titles change (Continue, Try Again): a tool tip only where this one is clipped.
+        buttons[i]->setToolTip(width.clipped ? buttons[i]->title() : QString());
     }
     const auto [continueWidth, cancelWidth] = widths;
 

@@ -111,6 +111,9 @@ public:
     void minimizeButtonDidClick();
     void licenseAgreementDidClick();
     void licenseAgreementCheckboxDidChange();
+    // Continue, titled "Try Again" on an error screen: repeats the failed check, or the check and
+    // the run.
+    void tryAgainButtonDidClick();
 
     // Flow.
     void checkInstaller();
@@ -149,6 +152,11 @@ private:
     void showConnectionError();
     // The error's text in red, logged with its cause.
     void showFailure(const KVError &error, const char *step);
+    // Cancel and Continue, titled "Try Again", below an error.
+    void offerRetry();
+    void setContinueRetries(bool retries);
+    // What a reachable notification or Try Again repeats outside the licence step.
+    void repeatCurrentStep();
     void showRunProgress(float fraction, const std::optional<QVariantMap> &info);
     void updateRunDidComplete(const KVError &error, UpdateStep successStep);
     void storeUpdateDate();
@@ -174,4 +182,5 @@ private:
 
     quint64 m_updateStep = CheckingInstaller;
     bool m_hasError = false;
+    bool m_continueRetries = false;
 };

@@ -1,3 +1,4 @@
+#include "App/Model/KVUpdateEngine.h"
 #include "Core/View/KVBackgroundView.h"
 #include "Core/View/KVCapsuleButtons.h"
 #include "Core/View/KVCheckBox.h"
@@ -10,6 +11,8 @@
 #include "Core/View/KVToolTip.h"
 #include "Core/View/KVToolTipWindow.h"
 #include "Core/View/KVVAlignTextFieldCell.h"
+#include "Installer/Controllers/KVIViewController.h"
+#include "Installer/KVIView.h"
 
 #include <QApplication>
 #include <QDir>
@@ -402,6 +405,67 @@ bool renderArtwork(const QString &folder)
     return sheet.save(folder + "/Artwork.png");
 }
 
+// An engine whose every check or run fails at once with the error it is given, or whose installer
+// check offers an installer whose update then fails: the installer screen's error states.
+class KVFailingEngine : public KVUpdateEngine
+{
+public:
+    KVFailingEngine(KVError checkError, KVError runError)
+        : m_checkError(std::move(checkError))
+        , m_runError(std::move(runError))
+    {}
+    void checkInstallerUpdateWithcompletionHandler(std::function<void(KVINISectionPtr, KVError)> handler) override
+    {
+        handler(m_runError ? std::make_shared<KVINISection>(QStringLiteral("Mac_Installer_1.1.0")) : nullptr,
+                m_checkError);
+    }
+    void updateInstaller(const KVINISectionPtr &, KVProgressHandler, KVUpdateCompletionHandler completion) override
+    {
+        completion({}, m_runError);
+    }
+    void checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler) override
+    {
+        handler({}, m_checkError);
+    }
+    void updateWithSections(const QList<KVINISectionPtr> &, KVProgressHandler,
+                            KVUpdateCompletionHandler completion) override
+    {
+        completion({}, m_runError);
+    }
+
+private:
+    KVError m_checkError;
+    KVError m_runError;
+};
+
+bool renderErrorScreens(const QString &folder)
+{
+    const QList<std::pair<QString, std::pair<KVError, KVError>>> states = {
+        {"check failed: HTTP 404", {KVError(KVURLErrorDomain, -1011, {{KVHTTPStatusKey, 404}}), KVError()}},
+        {"check failed: server unreachable",
+         {KVError(KVURLErrorDomain, -1004, {{KVLocalizedDescriptionKey, QStringLiteral("Connection refused")}}),
+          KVError()}},
+        {"run failed: damaged download",
+         {KVError(), KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch)}},
+    };
+    std::vector<std::unique_ptr<KVFailingEngine>> engines;
+    Sheet sheet("Installer screen: errors offer Try Again", 1, KVIViewController::viewSize);
+    for (const auto &[label, errors] : states) {
+        engines.push_back(std::make_unique<KVFailingEngine>(errors.first, errors.second));
+        KVFailingEngine *engine = engines.back().get();
+        sheet.addRow(label, {}, [engine](int, QWidget *parent) {
+            KVIViewController::Environment environment{.startNetworkMonitor = [] {},
+                                                       .openURL = [](const QUrl &) { return false; },
+                                                       .terminateApplication = [] {}};
+            auto *controller = new KVIViewController(*engine, nullptr, environment);
+            controller->view()->setParent(parent);
+            controller->checkInstaller();
+            return controller->view();
+        });
+    }
+    return sheet.save(folder + "/KVIViewController.png");
+}
+
 } // namespace
 
 // Renders each screen scale into a folder of its own ("1x", "1.5x", "2x"), one process per scale:
@@ -481,6 +545,7 @@ int main(int argc, char *argv[])
         {"KVToolTip", [&] { return renderToolTips(folder); }},
         {"KVIFont", [&] { return renderFontsAndText(folder); }},
         {"Artwork", [&] { return renderArtwork(folder); }},
+        {"KVIViewController", [&] { return renderErrorScreens(folder); }},
     };
     int failures = 0;
     for (const auto &[name, render] : sheets) {
