@@ -3,9 +3,8 @@
 // is empty or offers nothing, too little disk space, a corrupt archive, an applications folder on
 // a read-only file system or one that needs administrator rights the user does not give, a damaged
 // installer, and an application that cannot be started. Each leaves the old installation complete,
-// the history as it was, and a clear error with its own exit status, both in-process through the
-// engine and through the installer's headless mode. Also the weighted progress of a successful
-// two-file run.
+// the history as it was, and a clear error with its own exit status from the installer's headless
+// mode. Also the weighted progress of a successful two-file run.
 
 #include "App/Model/KVErrorClass.h"
 #include "App/Model/KVUpdateHelper.h"
@@ -20,7 +19,6 @@
 #include "KVTestMount.h"
 #include "KVTestProcess.h"
 #include "KVTestSandbox.h"
-#include "KVTestSections.h"
 #include "KVTestUnwritableFolder.h"
 #include "KVTestUpdateServer.h"
 #include "Platform/KVBundle.h"
@@ -70,8 +68,6 @@ const QByteArray kInstalledSmartCards = QByteArrayLiteral("{\"cards\": []}");
 const QVariantMap kOldHistory{{QStringLiteral("Device_XML"), QStringLiteral("4")},
                               {QStringLiteral("Device_Icon"), QStringLiteral("2")},
                               {QStringLiteral("Smart_Cards"), KVTestUpdateServer::releaseSmartCards}};
-const QStringList kRunList{QStringLiteral("Mac_Application_2.2.0"), QStringLiteral("Device_XML"),
-                           QStringLiteral("Device_Icon")};
 
 bool needsAdministrator(Fault fault)
 {
@@ -98,10 +94,6 @@ QStringList leftDownloads()
                    QDir::Name);
 }
 
-QStringList namesOf(const QVariant &sections)
-{
-    return KVTestSectionNames(sections.value<QList<KVINISectionPtr>>());
-}
 } // namespace
 
 Q_DECLARE_METATYPE(Fault)
@@ -116,8 +108,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void failedRunReportsFirstError_data();
-    void failedRunReportsFirstError();
+    void insecureRedirectIsNotFollowed();
     void failedHeadlessRunKeepsOldInstallation_data();
     void failedHeadlessRunKeepsOldInstallation();
     void craftedArchiveKeepsInstallation_data();
@@ -193,30 +184,6 @@ void EndToEndFailuresTest::cleanup()
     for (const char *name :
          {"NESTORA_ELEVATOR", "NESTORA_STANDIN_RECORD", "NESTORA_STANDIN_DISMISS", "NESTORA_STANDIN_REFUSE"})
         qunsetenv(name);
-}
-
-void EndToEndFailuresTest::failedRunReportsFirstError_data()
-{
-    QTest::addColumn<Fault>("fault");
-    QTest::addColumn<QString>("domain");
-    QTest::addColumn<qint64>("code");
-
-    QTest::addColumn<bool>("companionStopped");
-
-    // A damaged file stops the downloads; nothing is deployed and the companion keeps running.
-    QTest::newRow("MD5 mismatch") << Fault::DigestMismatch << KVUpdateHelperErrorDomain << qint64(1) << false;
-    // Every transfer failure is URL error 2, whatever the server answered.
-    QTest::newRow("404 on the second of three") << Fault::NotFound << KVURLErrorDomain << qint64(2) << false;
-    // An HTTPS address that sends the client on to a plain HTTP one is not followed.
-    QTest::newRow("HTTPS redirected to HTTP") << Fault::InsecureRedirect << KVURLErrorDomain << qint64(2) << false;
-    if (::geteuid() != 0) {
-        qInfo("the read-only applications row needs root to mount the folder; left out");
-        return;
-    }
-    // The application is the first to deploy: its failure leaves the data files undeployed, yet
-    // the companion was stopped before. No password is asked for: it could not help.
-    QTest::newRow("read-only applications")
-        << Fault::ReadOnlyApplications << KVCocoaErrorDomain << qint64(KVFileWriteNoPermissionError) << true;
 }
 
 void EndToEndFailuresTest::failedHeadlessRunKeepsOldInstallation_data()
@@ -339,9 +306,9 @@ void EndToEndFailuresTest::prepareFailure(Fault fault)
     if (fault != Fault::NothingOffered)
         QVERIFY(installApplication(fault == Fault::ReadOnlyData ? KVTestUpdateServer::releaseApplication
                                                                 : kOldApplication));
-    QVERIFY(installFile(devicesDataPath(), kOldDevices));
-    QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
-    QVERIFY(installFile(smartCardsPath(), kInstalledSmartCards));
+    QVERIFY(KVTestFiles::writeFile(devicesDataPath(), kOldDevices));
+    QVERIFY(KVTestFiles::writeFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
+    QVERIFY(KVTestFiles::writeFile(smartCardsPath(), kInstalledSmartCards));
     QVERIFY(writeHistory(kOldHistory));
     m_oldApplication = snapshot(applicationPath());
     m_oldIcons = snapshot(deviceIconsPath());
@@ -433,13 +400,11 @@ void EndToEndFailuresTest::runInProcess(KVUpdateHelper &engine, Run &run)
     QTRY_VERIFY_WITH_TIMEOUT(idle.load(), 30000);
 }
 
-void EndToEndFailuresTest::failedRunReportsFirstError()
+// An HTTPS address that sends the client on to a plain HTTP one is not followed. Only this process
+// trusts the test certificate, so the run goes through the engine here rather than the installer.
+void EndToEndFailuresTest::insecureRedirectIsNotFollowed()
 {
-    QFETCH(Fault, fault);
-    QFETCH(QString, domain);
-    QFETCH(qint64, code);
-    QFETCH(bool, companionStopped);
-    prepareFailure(fault);
+    prepareFailure(Fault::InsecureRedirect);
     if (QTest::currentTestFailed())
         return;
 
@@ -449,19 +414,15 @@ void EndToEndFailuresTest::failedRunReportsFirstError()
     engine.reset(); // with the downloads it kept for a retry
     if (QTest::currentTestFailed())
         return;
-    QCOMPARE(run.error.domain(), domain);
-    QCOMPARE(run.error.code(), code);
+    QCOMPARE(run.error.domain(), KVURLErrorDomain);
     QCOMPARE(run.result.value(QStringLiteral("error")).value<KVError>(), run.error);
-    QCOMPARE(namesOf(run.result.value(QStringLiteral("sections"))), kRunList);
-    QVERIFY(!run.reports.isEmpty());
     QCOMPARE(run.reports.last().second.value_or(QVariantMap()),
              QVariantMap({{QStringLiteral("error"), QVariant::fromValue(run.error)}}));
     QCOMPARE(m_terminations, 0);
-    if (fault == Fault::InsecureRedirect) {
-        QCOMPARE(m_tlsServer->requestCount(QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile), 1);
-        QVERIFY(!m_server->requestedPaths().contains(QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile));
-    }
-    verifyOldInstallationKept(companionStopped);
+    const QString devices = QLatin1Char('/') + KVTestUpdateServer::deviceXMLFile;
+    QCOMPARE(m_tlsServer->requestCount(devices), 1);
+    QVERIFY(!m_server->requestedPaths().contains(devices));
+    verifyOldInstallationKept(false);
 }
 
 void EndToEndFailuresTest::failedHeadlessRunKeepsOldInstallation()
@@ -499,8 +460,6 @@ void EndToEndFailuresTest::craftedArchiveKeepsInstallation_data()
     const QString invalid = QStringLiteral("the archive is not a valid Nestora.app: ");
     QTest::newRow("README beside the bundle")
         << "with-readme" << false << invalid + "it holds 2 items instead of one bundle: Nestora.app, README.txt";
-    QTest::newRow("two bundles") << "two-bundles" << false
-                                 << invalid + "it holds 2 items instead of one bundle: Nestora.app, Other.app";
     QTest::newRow("../ entry") << "parent-entry" << false
                                << unsafe + "the entry \u201c../nestora-escaped.txt\u201d points outside its folder";
     QTest::newRow("absolute entry") << "absolute-entry" << false
@@ -521,10 +480,8 @@ void EndToEndFailuresTest::craftedArchiveKeepsInstallation_data()
     QTest::newRow("only __MACOSX") << "only-macosx" << false << invalid + "it holds nothing";
     QTest::newRow("zip64 file named like the bundle")
         << "file-as-bundle-zip64" << false << invalid + "Nestora.app is not a folder";
-    QTest::newRow("nested archive") << "nested-archive" << false << invalid + "it holds \u201cNestora.zip\u201d";
     QTest::newRow("non-UTF-8 name") << "non-utf8-name" << false << invalid + "it holds \u201cNestor";
     QTest::newRow("padded") << "padded" << false << "4096 extra bytes at beginning or within zipfile";
-    QTest::newRow("invalid end record") << "bad-end-record" << false << "The archive could not be read";
     QTest::newRow("zip bomb") << "expands-too-far" << false
                               << unsafe + "it would unpack to 33554804 bytes, more than 20 times its size";
     // A failed data deployment is not recorded, so the next run tries again.
@@ -551,7 +508,7 @@ void EndToEndFailuresTest::craftedArchiveKeepsInstallation()
     QVERIFY2(m_server->start(&failure), qPrintable(failure));
     QVERIFY(m_server->writeTestServerFile());
     QVERIFY(installApplication(oldApplication));
-    QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
+    QVERIFY(KVTestFiles::writeFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
     const QVariantMap oldHistory{
         {QStringLiteral("Device_Icon"), asIcons ? QStringLiteral("2") : KVTestUpdateServer::releaseDeviceIcons}};
     QVERIFY(writeHistory(oldHistory));
@@ -601,7 +558,7 @@ void EndToEndFailuresTest::weightedProgressOfTwoFiles()
     QCOMPARE(run.reports.last().second.value_or(QVariantMap()),
              QVariantMap({{QStringLiteral("message"), KVLocalizedString(QStringLiteral("IDS_INSTALLER_COMPLETE"))}}));
     // No smart-cards file was installed before, so every section counts as a first installation.
-    QVERIFY(namesOf(run.result.value(QStringLiteral("sections"))).isEmpty());
+    QVERIFY(run.result.value(QStringLiteral("sections")).value<QList<KVINISectionPtr>>().isEmpty());
     QCOMPARE(history().value(QStringLiteral("Smart_Cards")), QVariant(QStringLiteral("7")));
     QCOMPARE(m_terminations, 1); // handed over
     m_server.reset();            // nginx runs from the sandbox, so it would count as a launch under way

@@ -208,12 +208,12 @@ void EndToEndInstallTest::runDeploysWhatIsDue()
         oldHistory = currentHistory();
         QVERIFY(installApplication(installed == Installed::Older ? QStringLiteral("2.0.0")
                                                                  : KVTestUpdateServer::releaseApplication));
-        QVERIFY(installFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
-        QVERIFY(installFile(smartCardsPath(), "{\"cards\": []}"));
-        QVERIFY(installFile(devicesDataPath(), KVTestUpdateServer::releaseDevicesXMLText.toBase64()));
+        QVERIFY(KVTestFiles::writeFile(deviceIconsPath() + QStringLiteral("/old.png"), "old icon"));
+        QVERIFY(KVTestFiles::writeFile(smartCardsPath(), "{\"cards\": []}"));
+        QVERIFY(KVTestFiles::writeFile(devicesDataPath(), KVTestUpdateServer::releaseDevicesXMLText.toBase64()));
     }
     if (installed == Installed::Older) {
-        QVERIFY(installFile(devicesDataPath(), "PGRldmljZXMvPg=="));
+        QVERIFY(KVTestFiles::writeFile(devicesDataPath(), "PGRldmljZXMvPg=="));
         oldHistory.insert(QStringLiteral("Device_XML"), QStringLiteral("4"));
         QVERIFY(QProcess::startDetached(applicationPath() + QStringLiteral("/Contents/MacOS/Nestora"), {}));
         QTRY_COMPARE(m_companion->starts().size(), 1);
@@ -286,16 +286,11 @@ void EndToEndInstallTest::commandLineAnsweredWithoutWindow()
     QVERIFY(startServer());
     const auto homeBefore = snapshot(KVTestSandbox::current().home());
     // No display at all: a window, or a QApplication, would make the start fail.
-    const QStringList displayVariables{"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"};
-    QHash<QString, QByteArray> savedDisplay;
-    for (const QString &variable : displayVariables) {
-        savedDisplay.insert(variable, qgetenv(qPrintable(variable)));
-        qunsetenv(qPrintable(variable));
-    }
-    const KVTestInstaller::Outcome outcome = m_installer.run(arguments);
-    for (auto saved = savedDisplay.cbegin(); saved != savedDisplay.cend(); ++saved)
-        if (!saved.value().isEmpty())
-            qputenv(qPrintable(saved.key()), saved.value());
+    QProcessEnvironment noDisplay = QProcessEnvironment::systemEnvironment();
+    for (const char *variable : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        noDisplay.remove(QString::fromLatin1(variable));
+    const KVTestInstaller::Outcome outcome =
+        KVTestProcess::run(QStringList{m_installer.executablePath()} + arguments, 120000, {}, noDisplay);
 
     QVERIFY(outcome.finished);
     QCOMPARE(outcome.exitStatus, status);

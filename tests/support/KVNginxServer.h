@@ -38,7 +38,6 @@ public:
     [[nodiscard]] bool start(QString *errorMessage);
     bool isRunning() const { return m_process.state() == QProcess::Running; }
 
-    quint16 port() const { return m_port; }
     QUrl url(const QString &path) const;
     // Where nginx keeps its configuration, pid file, logs and temporary files.
     QString stateDirectory() const { return m_state.path(); }

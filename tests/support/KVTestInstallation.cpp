@@ -53,11 +53,6 @@ bool installApplication(const QString &version)
     return KVTestUpdateServer::makeApplication(applicationPath(), version);
 }
 
-bool installFile(const QString &path, const QByteArray &contents)
-{
-    return KVTestFiles::writeFile(path, contents);
-}
-
 bool writeHistory(const QVariantMap &history)
 {
     QDir().mkpath(vendorFolder());

@@ -18,8 +18,6 @@ QString historyPath();
 
 // The built sample companion application installed as the given release.
 [[nodiscard]] bool installApplication(const QString &version);
-// A data file deployed as an earlier run would have left it.
-[[nodiscard]] bool installFile(const QString &path, const QByteArray &contents);
 [[nodiscard]] bool writeHistory(const QVariantMap &history);
 QVariantMap history();
 

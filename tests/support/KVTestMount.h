@@ -18,8 +18,6 @@ public:
     KVTestMount(const KVTestMount &) = delete;
     KVTestMount &operator=(const KVTestMount &) = delete;
 
-    const QString &folder() const { return m_folder; }
-
 private:
     explicit KVTestMount(QString folder)
         : m_folder(std::move(folder))
