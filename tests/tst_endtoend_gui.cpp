@@ -247,13 +247,9 @@ void GuiEndToEndTest::installsWithTheKeyboardAlone()
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
 
-    QVERIFY(QFileInfo::exists(applicationPath() + QStringLiteral("/Contents/Info.plist")));
+    // What a run deploys is checked in detail headless; here, that the window's run deployed it all.
     QCOMPARE(KVTestFiles::readFile(applicationPath() + QLatin1Char('/') + KVTestUpdateServer::releaseMarker).trimmed(),
              KVTestUpdateServer::releaseApplication.toUtf8());
-    QCOMPARE(KVTestFiles::readFile(devicesDataPath()), KVTestUpdateServer::releaseDevicesXMLText.toBase64());
-    QCOMPARE(KVTestFiles::readFile(smartCardsPath()), KVTestUpdateServer::releaseSmartCardsText);
-    for (auto icon = KVTestUpdateServer::releaseIcons.cbegin(); icon != KVTestUpdateServer::releaseIcons.cend(); ++icon)
-        QCOMPARE(KVTestFiles::readFile(deviceIconsPath() + QLatin1Char('/') + icon.key()), icon.value());
     QCOMPARE(history(), QVariantMap({{QStringLiteral("Device_XML"), KVTestUpdateServer::releaseDeviceXML},
                                      {QStringLiteral("Device_Icon"), KVTestUpdateServer::releaseDeviceIcons},
                                      {QStringLiteral("Smart_Cards"), KVTestUpdateServer::releaseSmartCards}}));
@@ -266,15 +262,11 @@ void GuiEndToEndTest::installsWithTheKeyboardAlone()
     const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
     QVERIFY(starts);
     QCOMPARE(starts->size(), 1);
+    // The window stood in the screen's right half; the dates are those of a run that updated.
     const QStringList arguments = starts->first().arguments;
-    QCOMPARE(arguments.size(), 7);
-    QCOMPARE(arguments.at(0), QStringLiteral("-KVWindowOrigin"));
-    QCOMPARE(arguments.at(3), QStringLiteral("-InstallerLaunchDate"));
-    QCOMPARE(arguments.at(5), QStringLiteral("-InstallerUpdatedDate"));
-    // The window stood in the screen's right half.
-    QVERIFY2(arguments.at(1).toDouble() > 640 && arguments.at(2).toDouble() > 0, qPrintable(arguments.join(' ')));
-    QVERIFY(arguments.at(4).toDouble() > 1.6e9);
-    QVERIFY(arguments.at(6).toDouble() >= arguments.at(4).toDouble());
+    QVERIFY2(arguments.size() == 7 && arguments.at(1).toDouble() > 640 && arguments.at(2).toDouble() > 0 &&
+                 arguments.at(4).toDouble() > 1.6e9 && arguments.at(6).toDouble() >= arguments.at(4).toDouble(),
+             qPrintable(arguments.join(' ')));
     m_companion->stopAll();
 }
 
