@@ -23,8 +23,7 @@ namespace {
 const QString kClassName = QStringLiteral("KVHeadlessDriver");
 const QString kProgramName = QStringLiteral("NestoraInstaller");
 constexpr int kBarWidth = 30;
-constexpr int kPlainLineStep = 10;                // percent between two plain progress lines
-constexpr qint64 kNotConnectedToInternet = -1009; // the URL domain's code for "offline"
+constexpr int kPlainLineStep = 10; // percent between two plain progress lines
 
 // The version of a release section: the last "_"-part of its name.
 QString releaseVersion(const KVINISection &section)
@@ -175,7 +174,7 @@ void KVHeadlessDriver::waitForNetwork()
     m_networkDeadline.setSingleShot(true);
     connect(&m_networkDeadline, &QTimer::timeout, this, [this] {
         KVNotificationCenter::defaultCenter().removeObserver(this, KVNetworkReachableNotification);
-        fail(KVError(KVURLErrorDomain, kNotConnectedToInternet,
+        fail(KVError(KVURLErrorDomain, KVURLErrorNotConnectedToInternet,
                      {{KVLocalizedDescriptionKey, QStringLiteral("no network connection")}}),
              QStringLiteral("network check"));
     });

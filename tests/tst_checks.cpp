@@ -333,7 +333,7 @@ private Q_SLOTS:
             << QStringList();
         QTest::newRow("failure launches nothing")
             << 404 << QByteArray() << QVariantMap() << QStringList()
-            << KVError(KVURLErrorDomain, 2, {{KVHTTPStatusKey, 404}}) << QStringList();
+            << KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, {{KVHTTPStatusKey, 404}}) << QStringList();
         QTest::newRow("nothing due hands over to the application")
             << 200
             << "[Mac_Application]\nLatestVersion=Mac_Application_0.0.1\n[Mac_Application_0.0.1]\nURL=a\n" + dataItems

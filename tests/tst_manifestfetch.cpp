@@ -103,19 +103,24 @@ private Q_SLOTS:
         using R = KVTestHttpServer::Response;
         using B = KVTestHttpServer::Behaviour;
         const QString url = KVURLErrorDomain, helper = KVUpdateHelperErrorDomain;
-        QTest::newRow("404") << R{404, "missing", {}, B::Answer, 0} << url << qint64(2) << true;
-        QTest::newRow("empty 200") << R{200, "", {}, B::Answer, 0} << helper << qint64(2) << false;
-        QTest::newRow("no sections") << R{200, "a=b\ngarbage", {}, B::Answer, 0} << helper << qint64(2) << false;
-        QTest::newRow("not UTF-8") << R{200, "[S]\na=\xff\xfe\xc3", {}, B::Answer, 0} << helper << qint64(2) << false;
+        QTest::newRow("404") << R{404, "missing", {}, B::Answer, 0} << url << qint64(KVURLErrorConnectionFailed)
+                             << true;
+        QTest::newRow("empty 200") << R{200, "", {}, B::Answer, 0} << helper
+                                   << qint64(KVUpdateHelperErrorManifestUnavailable) << false;
+        QTest::newRow("no sections") << R{200, "a=b\ngarbage", {}, B::Answer, 0} << helper
+                                     << qint64(KVUpdateHelperErrorManifestUnavailable) << false;
+        QTest::newRow("not UTF-8") << R{200, "[S]\na=\xff\xfe\xc3", {}, B::Answer, 0} << helper
+                                   << qint64(KVUpdateHelperErrorManifestUnavailable) << false;
         QTest::newRow("binary") << R{200, QByteArray("\x89PNG\r\n\x1a\n\0\0[x]", 14), {}, B::Answer, 0} << helper
-                                << qint64(2) << false;
+                                << qint64(KVUpdateHelperErrorManifestUnavailable) << false;
         QTest::newRow("stalls") << R{200, {}, {}, B::Stall, 0} << url << qint64(-1001) << true;
         QTest::newRow("closed without answer") << R{200, {}, {}, B::CloseAtOnce, 0} << url << qint64(-1005) << true;
         // Read up to a ceiling of 4 MiB, whatever the server sends.
         const QByteArray lines = QByteArray("[S]\n") + QByteArray(64 << 10, 'x') + '\n';
-        QTest::newRow("endless") << R{200, lines, {}, B::Endless, 0} << helper << qint64(2) << true;
-        QTest::newRow("over the ceiling")
-            << R{200, lines.repeated(65) + "[T]\n", {}, B::Answer, 0} << helper << qint64(2) << true;
+        QTest::newRow("endless") << R{200, lines, {}, B::Endless, 0} << helper
+                                 << qint64(KVUpdateHelperErrorManifestUnavailable) << true;
+        QTest::newRow("over the ceiling") << R{200, lines.repeated(65) + "[T]\n", {}, B::Answer, 0} << helper
+                                          << qint64(KVUpdateHelperErrorManifestUnavailable) << true;
     }
 
     void reportsEveryFailure()

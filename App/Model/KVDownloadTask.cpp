@@ -12,18 +12,6 @@ namespace {
 // What one readyRead may hold in memory; the reply stops reading from the socket beyond it.
 constexpr qint64 kReadBufferSize = 1 << 20;
 
-// NSURLErrorBadServerResponse: the server answered, but not with success.
-constexpr qint64 kBadServerResponseCode = -1011;
-
-// NSURLErrorNetworkConnectionLost: the connection ended before the whole body had arrived.
-constexpr qint64 kNetworkConnectionLostCode = -1005;
-
-// NSURLErrorDataLengthExceedsMaximum: the body went on beyond the length it may have.
-constexpr qint64 kDataLengthExceedsMaximumCode = -1103;
-
-// NSURLErrorCannotDecodeContentData: the body's content encoding could not be undone.
-constexpr qint64 kCannotDecodeContentDataCode = -1016;
-
 // The proxy the system's settings name for each request (on Linux: http_proxy, https_proxy,
 // no_proxy), chosen per manager so that the application-wide proxy set-up stays untouched.
 class SystemProxyFactory : public QNetworkProxyFactory
@@ -39,7 +27,7 @@ KVError urlError(qint64 code, const QString &description)
 
 KVError undecodableError()
 {
-    return urlError(kCannotDecodeContentDataCode, QStringLiteral("The download could not be decoded."));
+    return urlError(KVURLErrorCannotDecodeContentData, QStringLiteral("The download could not be decoded."));
 }
 
 KVError errorOfFile(const QFileDevice &file)
@@ -116,7 +104,8 @@ bool KVDownloadTask::prepareDecoding()
 bool KVDownloadTask::writeToFile(QByteArrayView data)
 {
     if (m_bytesWritten + data.size() > m_expectedSize.value_or(kDownloadCeiling)) {
-        stopWith(urlError(kDataLengthExceedsMaximumCode, QStringLiteral("The download was longer than announced.")));
+        stopWith(
+            urlError(KVURLErrorDataLengthExceedsMaximum, QStringLiteral("The download was longer than announced.")));
         return false;
     }
     // A disk that fills up takes part of a chunk without an error; writing the rest tells why.
@@ -178,7 +167,7 @@ KVError KVDownloadTask::lengthError() const
                           (!m_expectedSize || m_bytesWritten == *m_expectedSize);
     if (complete)
         return {};
-    return urlError(kNetworkConnectionLostCode, QStringLiteral("The network connection was lost."));
+    return urlError(KVURLErrorNetworkConnectionLost, QStringLiteral("The network connection was lost."));
 }
 
 void KVDownloadTask::reportProgress(qint64 received, qint64 total)
@@ -200,7 +189,7 @@ KVError KVDownloadTask::outcome()
         return transportError;
     if (!hasSuccessStatus()) {
         const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-        return KVError(KVURLErrorDomain, kBadServerResponseCode,
+        return KVError(KVURLErrorDomain, KVURLErrorBadServerResponse,
                        {{KVLocalizedDescriptionKey, QStringLiteral("Request failed with HTTP status %1").arg(status)},
                         {KVHTTPStatusKey, status}});
     }

@@ -96,9 +96,9 @@ KVErrorClass classOfEngineError(const KVError &error)
 KVErrorClass classOfURLError(const KVError &error)
 {
     switch (error.code()) {
-    case -1005: // the connection ended before the whole body had arrived
+    case KVURLErrorNetworkConnectionLost:
         return KVErrorClass::DamagedDownload;
-    case -1011: // the server answered, but not with success
+    case KVURLErrorBadServerResponse:
         return KVErrorClass::ServerError;
     default:
         return KVErrorClass::ServerUnreachable;

@@ -10,30 +10,31 @@ KVError KVTransportErrorOfReply(const QNetworkReply &reply)
         return {};
     case QNetworkReply::TimeoutError:
     case QNetworkReply::OperationCanceledError: // what a transfer time-out reports
-        code = -1001;
+        code = KVURLErrorTimedOut;
         break;
     case QNetworkReply::HostNotFoundError:
-        code = -1003;
+        code = KVURLErrorCannotFindHost;
         break;
     case QNetworkReply::ConnectionRefusedError:
-        code = -1004;
+        code = KVURLErrorCannotConnectToHost;
         break;
     case QNetworkReply::RemoteHostClosedError:
     case QNetworkReply::TemporaryNetworkFailureError:
     case QNetworkReply::NetworkSessionFailedError:
-        code = -1005;
+        code = KVURLErrorNetworkConnectionLost;
         break;
     case QNetworkReply::SslHandshakeFailedError:
-        code = -1200;
+        code = KVURLErrorSecureConnectionFailed;
         break;
     default:
         // Failures above the transport (HTTP statuses, protocol answers) are the caller's to judge.
         if (reply.error() >= QNetworkReply::ContentAccessDenied)
             return {};
-        code = -1;
+        code = KVURLErrorUnknown;
         break;
     }
     // Qt tells a transfer time-out as a cancelled operation; the user is told what happened.
-    const QString description = code == -1001 ? QStringLiteral("The request timed out.") : reply.errorString();
+    const QString description =
+        code == KVURLErrorTimedOut ? QStringLiteral("The request timed out.") : reply.errorString();
     return KVError(KVURLErrorDomain, code, {{KVLocalizedDescriptionKey, description}});
 }

@@ -17,8 +17,6 @@
 #include <QSemaphore>
 
 namespace {
-const QString kClassName = QStringLiteral("KVUpdateHelper");
-
 bool isArchiveKind(KVUpdateSectionType type)
 {
     return type == KVUpdateSectionTypeApplicationRelease || type == KVUpdateSectionTypeModuleRelease ||
@@ -119,9 +117,9 @@ void KVSectionUpdateRun::downloadSections()
         const QString url = section->valueForKey(QStringLiteral("URL"));
         const QString path = m_engine.downloadPathForSection(*section);
         if (url.isNull()) {
-            KVLogError("%@ string of download url not found", kClassName);
+            KVLogError("%@ string of download url not found", KVUpdateHelper::kClassName);
         } else if (!QUrl(url, QUrl::StrictMode).isValid()) {
-            KVLogError("%@ invalid download url %@", kClassName, QUrl(url));
+            KVLogError("%@ invalid download url %@", KVUpdateHelper::kClassName, QUrl(url));
         } else if (!path.isEmpty()) {
             if (!downloadSection(*section, url, path))
                 return;
@@ -135,7 +133,7 @@ void KVSectionUpdateRun::downloadSections()
 bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QString &url, const QString &path)
 {
     if (isVerifiedDownload(section, path)) {
-        KVLogInfo("%@ uses %@, downloaded and verified by an earlier run", kClassName, path);
+        KVLogInfo("%@ uses %@, downloaded and verified by an earlier run", KVUpdateHelper::kClassName, path);
         m_completedBytes += QFileInfo(path).size();
         m_downloaded << path;
         return true;
@@ -143,8 +141,9 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
     (void)KVFileOperations::removeItem(path);
     const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
     if (const KVError spaceError = KVFileOperations::checkFreeSpace(QFileInfo(path).absolutePath(), bytes)) {
-        m_runError = KVError(KVURLErrorDomain, 2, {{KVUnderlyingErrorKey, QVariant::fromValue(spaceError)}});
-        KVLogError("%@ cannot download %@: %@", kClassName, url, spaceError);
+        m_runError = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed,
+                             {{KVUnderlyingErrorKey, QVariant::fromValue(spaceError)}});
+        KVLogError("%@ cannot download %@: %@", KVUpdateHelper::kClassName, url, spaceError);
         return false;
     }
     report(QStringLiteral("IDS_INSTALLER_DOWNLOADING"));
@@ -168,7 +167,7 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
                 QVariantMap info{{KVUnderlyingErrorKey, QVariant::fromValue(error)}};
                 if (bytes > 0)
                     info.insert(KVRequiredBytesKey, bytes);
-                m_runError = KVError(KVURLErrorDomain, 2, info);
+                m_runError = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, info);
             } else {
                 m_completedBytes += m_sectionBytes;
             }
@@ -253,7 +252,7 @@ void KVSectionUpdateRun::deploySection(const KVINISection &section, const QStrin
 
     const bool pluginIsNew = type == KVUpdateSectionTypeModuleRelease && !KVBundle::bundleWithPath(deploymentPath);
     if (deploymentPath.isEmpty()) {
-        KVLogError("%@: failed to get deployment path for section %@", kClassName, section.name());
+        KVLogError("%@: failed to get deployment path for section %@", KVUpdateHelper::kClassName, section.name());
         KVLeftovers::removeUnpackingFolderOf(items);
         return;
     }
@@ -289,7 +288,7 @@ KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpd
     case KVUpdateSectionTypeModuleRelease:
         (void)KVUpdateHelper::deploy(items, deploymentPath, &error);
         if (error)
-            KVLogError("%@: failed to install plugin %@", kClassName, section.name());
+            KVLogError("%@: failed to install plugin %@", KVUpdateHelper::kClassName, section.name());
         else
             announcePlugin(section, pluginIsNew);
         return error;
@@ -323,7 +322,7 @@ void KVSectionUpdateRun::announcePlugin(const KVINISection &section, bool firstI
 {
     const QStringList parts = section.name().split(QLatin1Char('_'));
     if (parts.size() != 4) {
-        KVLogError("%@: wrong section title %@", kClassName, section.name());
+        KVLogError("%@: wrong section title %@", KVUpdateHelper::kClassName, section.name());
         return;
     }
     const QVariantMap info{{QStringLiteral("moduleName"), parts[2]},
@@ -360,7 +359,7 @@ void KVSectionUpdateRun::complete()
             QVariantMap result{{QStringLiteral("sections"), QVariant::fromValue(updated)}};
             if (m_runError) {
                 result.insert(QStringLiteral("error"), QVariant::fromValue(m_runError));
-                KVLogError("%@ failed to update %@ with error %@", kClassName, updated, m_runError);
+                KVLogError("%@ failed to update %@ with error %@", KVUpdateHelper::kClassName, updated, m_runError);
             }
             m_completionHandler(result, m_runError);
         }

@@ -7,7 +7,6 @@
 #include <QFileInfo>
 
 namespace {
-const QString kClassName = QStringLiteral("KVUpdateHelper");
 const QLatin1String kLatestVersionPrefix("LatestVersion_");
 
 // A release section's version: the last "_"-part of its name.

@@ -22,8 +22,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-const QString kClassName = QStringLiteral("KVUpdateHelper");
 const QString kInstallerVendorKey = QStringLiteral("installer_vendor");
 const QString kInstallerVendor = QStringLiteral("Keldran");
 

@@ -13,7 +13,6 @@
 #include <QFileInfo>
 
 namespace {
-const QString kClassName = QStringLiteral("KVUpdateHelper");
 const QString kLaunchDateKey = QStringLiteral("InstallerLastLaunchDate");
 const QString kUpdateDateKey = QStringLiteral("InstallerUpdateDate");
 constexpr int kLastLaunchAttempt = 10; // attempts 0 to 10

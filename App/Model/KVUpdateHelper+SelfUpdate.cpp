@@ -13,8 +13,6 @@
 #include <QSemaphore>
 
 namespace {
-const QString kClassName = QStringLiteral("KVUpdateHelper");
-
 // The running installer's bundle, or where it really lies when the system runs a translocated copy.
 QString installerTargetPath(bool logAtErrorLevel)
 {
@@ -57,7 +55,8 @@ void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressH
             },
             [&](const QString &, const KVError &downloadError) {
                 if (downloadError)
-                    error = KVError(KVURLErrorDomain, 2, {{KVUnderlyingErrorKey, QVariant::fromValue(downloadError)}});
+                    error = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed,
+                                    {{KVUnderlyingErrorKey, QVariant::fromValue(downloadError)}});
                 finished.release();
             });
         finished.acquire();

@@ -9,10 +9,6 @@
 
 #include <QFile>
 
-namespace {
-const QString kClassName = QStringLiteral("KVUpdateHelper");
-}
-
 void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
                                  std::function<void(const KVTransferProgress &)> progress,
                                  std::function<void(const QString &path, const KVError &error)> completionHandler,

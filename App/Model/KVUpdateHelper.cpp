@@ -24,7 +24,6 @@
 #include <mutex>
 
 namespace {
-const QString kClassName = QStringLiteral("KVUpdateHelper");
 std::atomic<qint64> networkTimeoutMilliseconds{60000};
 // How long quitting waits for the engine's work to wind down: within the 2 s a quit may take.
 constexpr std::chrono::milliseconds kStopGrace(1500);
@@ -221,7 +220,7 @@ QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
     } else if (!transportError && status == 200) {
         body = received; // an empty 200 answer is data, not a missing answer
     } else if (!transportError) {
-        outcome = KVError(KVURLErrorDomain, 2, {{KVHTTPStatusKey, status}});
+        outcome = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, {{KVHTTPStatusKey, status}});
     }
     if (error)
         *error = outcome;

@@ -25,6 +25,9 @@
 class KVUpdateHelper : public KVUpdateEngine
 {
 public:
+    // The name the engine's log lines begin with, its own and those of the runs it starts.
+    static inline const QString kClassName = QStringLiteral("KVUpdateHelper");
+
     // ---- Set-up and manifest fetch ----------------------------------------------------------
 
     // The one engine of the process, created on first use with the address from

@@ -33,6 +33,23 @@ enum KVCocoaErrorCode : qint64 {
     KVFileWriteOutOfSpaceError = 640,
 };
 
+// Codes of the URL domain that transfers report with. The connection error is the engine's own
+// choice: it shares its number with the unavailable manifest, so a caller that looks only at the
+// code tells a failure to reach the server either way.
+enum KVURLErrorCode : qint64 {
+    KVURLErrorUnknown = -1,
+    KVURLErrorConnectionFailed = 2,
+    KVURLErrorTimedOut = -1001,
+    KVURLErrorCannotFindHost = -1003,
+    KVURLErrorCannotConnectToHost = -1004,
+    KVURLErrorNetworkConnectionLost = -1005, // the connection ended before the whole body had arrived
+    KVURLErrorNotConnectedToInternet = -1009,
+    KVURLErrorBadServerResponse = -1011,        // the server answered, but not with success
+    KVURLErrorCannotDecodeContentData = -1016,  // the body's content encoding could not be undone
+    KVURLErrorDataLengthExceedsMaximum = -1103, // the body went on beyond the length it may have
+    KVURLErrorSecureConnectionFailed = -1200,
+};
+
 // Codes of the engine's own domain.
 enum KVUpdateHelperErrorCode : qint64 {
     KVUpdateHelperErrorMD5Mismatch = 1,
