@@ -1,24 +1,15 @@
 #include "App/Model/KVDownloadTask.h"
 
+#include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVNetworkError.h"
-#include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVDispatch.h"
 
-#include <QNetworkProxyFactory>
 #include <QNetworkReply>
 
 namespace {
 
 // What one readyRead may hold in memory; the reply stops reading from the socket beyond it.
 constexpr qint64 kReadBufferSize = 1 << 20;
-
-// The proxy the system's settings name for each request (on Linux: http_proxy, https_proxy,
-// no_proxy), chosen per manager so that the application-wide proxy set-up stays untouched.
-class SystemProxyFactory : public QNetworkProxyFactory
-{
-public:
-    QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override { return systemProxyForQuery(query); }
-};
 
 KVError urlError(qint64 code, const QString &description)
 {
@@ -54,7 +45,6 @@ KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, std:
     , m_progress(std::move(progress))
     , m_completion(std::move(completion))
 {
-    m_manager.setProxyFactory(new SystemProxyFactory);
     if (!m_file.open(QIODevice::WriteOnly)) {
         m_stopError = errorOfFile(m_file);
         // Completion is always reported after start() has returned, as for a transfer.
@@ -62,15 +52,9 @@ KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, std:
         return;
     }
 
-    QNetworkRequest request(url);
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setTransferTimeout(int(KVUpdateHelper::networkTimeout().count()));
     // Named here, so that the body arrives as sent and its length can be checked; it is decoded
     // on arrival instead.
-    request.setRawHeader("Accept-Encoding", "gzip, deflate");
-    m_reply = m_manager.get(request);
+    m_reply = m_session.get(url, "gzip, deflate");
     m_reply->setReadBufferSize(kReadBufferSize);
     connect(m_reply, &QNetworkReply::readyRead, this, &KVDownloadTask::writeAvailableData);
     connect(m_reply, &QNetworkReply::downloadProgress, this, &KVDownloadTask::reportProgress);

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "App/Model/KVContentDecoder.h"
+#include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Extensions/KVCancellation.h"
 
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QSaveFile>
 #include <QUrl>
@@ -59,7 +59,7 @@ private:
     KVError outcome();
     KVError lengthError() const;
 
-    QNetworkAccessManager m_manager; // one per download: nothing is shared between downloads
+    KVHTTPSession m_session; // one per download: nothing is shared between downloads
     QSaveFile m_file;
     QNetworkReply *m_reply = nullptr;
     const std::optional<qint64> m_expectedSize;

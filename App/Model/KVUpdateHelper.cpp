@@ -1,5 +1,6 @@
 #include "App/Model/KVUpdateHelper.h"
 
+#include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVLeftovers.h"
 #include "App/Model/KVNetworkError.h"
 #include "Core/Extensions/KVCancellation.h"
@@ -13,7 +14,6 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPointer>
 #include <QStringDecoder>
@@ -179,14 +179,9 @@ QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
 {
     KVLogVerbose("%@ will download url %@", kClassName, url);
 
-    // The calling thread blocks here; a private manager and event loop serve this one request.
-    QNetworkAccessManager manager;
-    QNetworkRequest request(url);
-    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setTransferTimeout(int(networkTimeout().count()));
-    QNetworkReply *reply = manager.get(request);
+    // The calling thread blocks here; a private session and event loop serve this one request.
+    KVHTTPSession session;
+    QNetworkReply *reply = session.get(url);
     // Read as it arrives and only up to the ceiling: a body without end must not fill the memory.
     reply->setReadBufferSize(kManifestReadBufferSize);
     QByteArray received("");

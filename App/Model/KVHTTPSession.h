@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QNetworkAccessManager>
+#include <QUrl>
+
+class QNetworkReply;
+
+// The one place where the installer's HTTP requests are made, so that the manifest fetch and the
+// downloads behave alike: the system's proxy settings apply (on Linux http_proxy, https_proxy and
+// no_proxy), a redirect is followed unless it leads to a less safe scheme, no cache is read or
+// written, a transfer that receives nothing for KVUpdateHelper::networkTimeout() fails, and the
+// installer names itself and its version as the user agent.
+//
+// Thread: the one it was created on, whose event loop serves its replies.
+class KVHTTPSession
+{
+public:
+    KVHTTPSession();
+
+    // Starts a GET; the reply belongs to the session. An accept-encoding that is given is sent as
+    // it stands, and the body then arrives encoded, as sent.
+    [[nodiscard]] QNetworkReply *get(const QUrl &url, const QByteArray &acceptEncoding = {});
+
+private:
+    QNetworkAccessManager m_manager;
+};
