@@ -7,7 +7,6 @@
 #include <cstdio>
 
 namespace {
-const QString kProgramName = QStringLiteral("NestoraInstaller");
 const QString kWindowOriginOption = QStringLiteral("-KVWindowOrigin");
 const QString kHelpOption = QStringLiteral("--help");
 const QString kVersionOption = QStringLiteral("--version");
@@ -64,10 +63,10 @@ int KVCommandLine::answer() const
             output << version << '\n';
             return kAnsweredStatus;
         }
-        errors << kProgramName << ": the installer's Info.plist holds no version\n";
+        errors << KVBundle::kInstallerName << ": the installer's Info.plist holds no version\n";
         return kFailedStatus;
     case Request::UsageError:
-        errors << kProgramName << ": " << m_usageError << "\n\n" << usageText();
+        errors << KVBundle::kInstallerName << ": " << m_usageError << "\n\n" << usageText();
         return kUsageErrorStatus;
     case Request::Run:
         break;
@@ -91,5 +90,5 @@ QString KVCommandLine::usageText()
                           "Exit status: 0 Nestora was started, 2 usage error or licence not accepted,\n"
                           "3 update server unreachable, 4 another installer is running; any other\n"
                           "status names the failure the message tells (see the README).\n")
-        .arg(kProgramName, QStringLiteral(NESTORA_VENDOR_SITE));
+        .arg(KVBundle::kInstallerName, QStringLiteral(NESTORA_VENDOR_SITE));
 }

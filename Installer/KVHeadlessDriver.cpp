@@ -21,7 +21,6 @@
 
 namespace {
 const QString kClassName = QStringLiteral("KVHeadlessDriver");
-const QString kProgramName = QStringLiteral("NestoraInstaller");
 constexpr int kBarWidth = 30;
 constexpr int kPlainLineStep = 10; // percent between two plain progress lines
 
@@ -129,7 +128,7 @@ int KVHeadlessDriver::exec(const QStringList &arguments)
 
 int KVHeadlessDriver::refuseSecondInstance()
 {
-    QTextStream(stderr) << kProgramName << ": another Nestora installer is already running\n";
+    QTextStream(stderr) << KVBundle::kInstallerName << ": another Nestora installer is already running\n";
     return AnotherInstanceRuns;
 }
 
@@ -253,7 +252,7 @@ void KVHeadlessDriver::fail(const KVError &error, const QString &step)
 void KVHeadlessDriver::complain(const QString &text)
 {
     m_progress.finish();
-    m_errors << kProgramName << ": " << text << '\n';
+    m_errors << KVBundle::kInstallerName << ": " << text << '\n';
     m_errors.flush();
 }
 

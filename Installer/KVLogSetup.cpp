@@ -1,6 +1,7 @@
 #include "Installer/KVLogSetup.h"
 
 #include "Core/Logging/KVLog.h"
+#include "Platform/KVBundle.h"
 #include "Platform/KVStandardPaths.h"
 #include "Platform/KVUserDefaults.h"
 
@@ -58,7 +59,8 @@ KVLogSetup::Result KVLogSetup::setupCocoaLumberjack(const KVUserDefaults &defaul
     };
 
     if (options.systemLog) {
-        auto systemLog = std::make_shared<spdlog::sinks::syslog_sink_mt>("NestoraInstaller", LOG_PID, LOG_USER, true);
+        auto systemLog = std::make_shared<spdlog::sinks::syslog_sink_mt>(KVBundle::kInstallerName.toStdString(),
+                                                                         LOG_PID, LOG_USER, true);
         systemLog->set_level(spdlog::level::trace);
         attach(systemLog);
     }

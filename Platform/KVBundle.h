@@ -18,6 +18,10 @@ public:
     static KVBundle mainBundle();
     static void setMainBundlePath(const QString &path);
 
+    // The installer's own name, as the build names its bundle and executable: how it signs its
+    // messages, its log entries and its requests.
+    static inline const QString kInstallerName = QStringLiteral("NestoraInstaller");
+
     const QString &bundlePath() const { return m_path; }
     const QVariantMap &infoDictionary() const { return m_info; }
     QVariant objectForInfoDictionaryKey(const QString &key) const { return m_info.value(key); }

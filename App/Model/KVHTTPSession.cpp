@@ -20,8 +20,7 @@ public:
 QString userAgent()
 {
     const QString version = KVBundle::mainBundle().bundleVersion();
-    const QString name = QStringLiteral("NestoraInstaller");
-    return version.isEmpty() ? name : name + QLatin1Char('/') + version;
+    return version.isEmpty() ? KVBundle::kInstallerName : KVBundle::kInstallerName + QLatin1Char('/') + version;
 }
 
 } // namespace
