@@ -16,10 +16,13 @@ const QString kUnpackingPrefix = QStringLiteral("nestora-unpack-");
 const QString kDownloadPrefix = QStringLiteral("keldran-vexa-");
 const QString kUUIDPattern = QStringLiteral("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
 
-// What the installer leaves in the temporary directory: extraction folders, and the downloads
-// ("keldran-vexa-…") with the temporary files they are written through.
+// The downloads ("keldran-vexa-…") with the temporary files they are written through.
+const QString kDownloadPattern = QRegularExpression::escape(kDownloadPrefix) + QStringLiteral(".+");
+const QRegularExpression kDownloadItem(QStringLiteral("^%1$").arg(kDownloadPattern));
+
+// What the installer leaves in the temporary directory: extraction folders and the downloads.
 const QRegularExpression kTemporaryItem(
-    QStringLiteral("^(%1%2|%3.+)$").arg(QRegularExpression::escape(kUnpackingPrefix), kUUIDPattern, kDownloadPrefix));
+    QStringLiteral("^(%1%2|%3)$").arg(QRegularExpression::escape(kUnpackingPrefix), kUUIDPattern, kDownloadPattern));
 
 // What the installer leaves beside a deployed item: a hidden copy on the way to its place
 // (".<UUID>_<name>"), a property list or data file half written through QSaveFile
@@ -56,7 +59,7 @@ void removeMatching(const QString &folder, const QRegularExpression &pattern)
         if (const KVError error = KVFileOperations::removeItem(entry.filePath()))
             KVLogWarning("%s: failed to remove %@ with error %@", __func__, entry.filePath(), error);
         else
-            KVLogInfo("%s: removed %@, left by an earlier run", __func__, entry.filePath());
+            KVLogInfo("%s: removed %@", __func__, entry.filePath());
     }
 }
 
@@ -82,14 +85,7 @@ void removeUnpackingFolderOf(const QStringList &items)
 
 void removeDownloads()
 {
-    const QDir temporary(KVStandardPaths::temporaryDirectory());
-    for (const QFileInfo &entry :
-         temporary.entryInfoList({kDownloadPrefix + QLatin1Char('*')}, QDir::Files | QDir::Hidden)) {
-        if (!isOwnedByThisUser(entry))
-            continue;
-        if (const KVError error = KVFileOperations::removeItem(entry.filePath()))
-            KVLogWarning("%s: failed to remove %@ with error %@", __func__, entry.filePath(), error);
-    }
+    removeMatching(KVStandardPaths::temporaryDirectory(), kDownloadItem);
 }
 
 void removeLeftoversOfEarlierRuns(const QStringList &deploymentFolders)
