@@ -4,6 +4,7 @@
 #include "KVTestSandbox.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 
 namespace {
@@ -46,9 +47,9 @@ KVINI readManifest(const QString &path)
     return KVINI(QString::fromUtf8(KVTestFiles::readFile(path)));
 }
 
-QString md5(const QByteArray &content)
+QString hex(const QByteArray &content, QCryptographicHash::Algorithm algorithm)
 {
-    return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
+    return QString::fromLatin1(QCryptographicHash::hash(content, algorithm).toHex());
 }
 
 // A description with a base URL and the given deliverables.
@@ -105,20 +106,32 @@ void PublishTest::publishesEveryKind()
         "deviceIcons": {"version": "3.1", "file": "icons.zip"},
         "smartCards": {"version": "7", "file": "cards.json"}})");
 
+    const QDateTime before = QDateTime::currentDateTimeUtc().addSecs(-1);
     const KVTestProcess::Outcome run = publish({deliverables(), description});
+    const QDateTime after = QDateTime::currentDateTimeUtc().addSecs(1);
     QVERIFY2(run.exitStatus == 0, qPrintable(run.errors));
-    QVERIFY(run.output.contains(QStringLiteral("(10 sections)")));
-    // Read back with the installer's parser, one "section: key=value|…" entry per section, in order.
+    QVERIFY(run.output.contains(QStringLiteral("(11 sections)")));
     const KVINI manifest = readManifest(deliverables() + QStringLiteral("/manifest.ini"));
+    // By default the serial is the time of publication, and the manifest expires 30 days later.
+    const KVINISectionPtr freshness = manifest.sections().value(0);
+    QVERIFY(freshness && freshness->name() == "Manifest" && freshness->items().size() == 2);
+    const qint64 serial = freshness->valueForKey("Serial").toLongLong();
+    QVERIFY(serial >= before.toSecsSinceEpoch() && serial <= after.toSecsSinceEpoch());
+    const QDateTime expires = QDateTime::fromString(freshness->valueForKey("Expires"), Qt::ISODate);
+    QVERIFY(expires.timeSpec() == Qt::UTC && expires >= before.addDays(30) && expires <= after.addDays(30));
+    // The rest read back with the installer's parser, one "section: key=value|…" entry per section, in order.
     QStringList sections;
-    for (const KVINISectionPtr &section : manifest.sections()) {
+    for (const KVINISectionPtr &section : manifest.sections().mid(1)) {
         QStringList items;
         for (const KVINIItem &item : section->items())
             items << item.description();
         sections << section->name() + ": " + items.join('|');
     }
     const QString url = QStringLiteral("URL=http://updates.example.com/nestora/");
-    const auto digest = [&](int file) { return "|MD5=" + md5(files[file].second); };
+    const auto digest = [&](int file) {
+        return "|MD5=" + hex(files[file].second, QCryptographicHash::Md5) +
+               "|SHA256=" + hex(files[file].second, QCryptographicHash::Sha256);
+    };
     // "LatestVersion" comes last: it is the fallback the installer takes when no other key fits.
     QCOMPARE(
         sections,
@@ -132,7 +145,7 @@ void PublishTest::publishesEveryKind()
                      "Mac_Module_Backup: LatestVersion=Mac_Module_Backup_1.2",
                      "Mac_Module_Backup_1.2: " + url + "Backup-1.2.zip|Bytes=10" + digest(3) + "|OSSupport=All",
                      "Device_XML: LatestVersion=5|" + url + "devices.xml|Bytes=10" + digest(4),
-                     "Device_Icon: LatestVersion=3.1|" + url + "icons.zip|Bytes=0|MD5=d41d8cd98f00b204e9800998ecf8427e",
+                     "Device_Icon: LatestVersion=3.1|" + url + "icons.zip|Bytes=0" + digest(5),
                      "Smart_Cards: LatestVersion=7|" + url + "cards.json|Bytes=2" + digest(6)}));
 }
 
@@ -171,19 +184,22 @@ void PublishTest::addressesFilesBelowTheBaseURL()
 void PublishTest::refusesBadInput_data()
 {
     QTest::addColumn<QByteArray>("description"); // "<none>": no such file; "<usage>": not even named
-    QTest::addColumn<QString>("output");         // relative to the sandbox; empty: the default
+    QTest::addColumn<QStringList>("options");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("message");
     const auto refuse = [](const char *name, const QByteArray &description, const char *message,
-                           const char *output = "", int exitCode = 1) {
-        QTest::newRow(name) << description << QString(output) << exitCode << QString(message);
+                           const QStringList &options = {}, int exitCode = 1) {
+        QTest::newRow(name) << description << options << exitCode << QString(message);
     };
     const QByteArray cards = based(R"("smartCards": {"version": "7", "file": "cards.json"})");
     refuse("missing deliverable", based(R"("deviceXML": {"version": "1", "file": "gone.xml"})"),
            "deviceXML: cannot read the deliverable");
     refuse("file outside the folder", based(R"("deviceXML": {"version": "1", "file": "../d.json"})"),
            "deviceXML.file must name a file inside the deliverables folder");
-    refuse("no description named", "<usage>", "expected a deliverables folder and a description", "", 2);
+    refuse("no description named", "<usage>", "expected a deliverables folder and a description", {}, 2);
+    refuse("serial zero", cards, "--serial must be a whole number from 1 to", {"--serial", "0"}, 2);
+    refuse("expiry no number", cards, "--expires-in-days must be a whole number from 1 to 36500, not \"soon\"",
+           {"--expires-in-days", "soon"}, 2);
     refuse("missing description", "<none>", "cannot read the description");
     refuse("not JSON", "{\"smartCards\": ", "is not valid JSON");
     refuse("not an object", "[1]", "must hold a JSON object");
@@ -217,13 +233,14 @@ void PublishTest::refusesBadInput_data()
     refuse("installer updates to an unknown release",
            based(R"("installer": {"releases": [{"version": "2", "file": "cards.json"}], "updateFrom": {"1": "3"}})"),
            "installer.updateFrom.1 names version 3");
-    refuse("output folder missing", cards, "cannot write the manifest", "no-such-folder/manifest.ini");
+    refuse("output folder missing", cards, "cannot write the manifest",
+           {"--output", inSandbox("no-such-folder/manifest.ini")});
 }
 
 void PublishTest::refusesBadInput()
 {
     QFETCH(QByteArray, description);
-    QFETCH(QString, output);
+    QFETCH(QStringList, options);
     QFETCH(int, exitCode);
     QFETCH(QString, message);
     writeDeliverable(QStringLiteral("cards.json"), "[]");
@@ -232,13 +249,11 @@ void PublishTest::refusesBadInput()
     const QByteArray servedManifest = "[Smart_Cards]\nLatestVersion=6\n";
     const QString servedPath = writeDeliverable(QStringLiteral("manifest.ini"), servedManifest);
 
-    QStringList arguments{deliverables()};
+    QStringList arguments = options << deliverables();
     if (description == "<none>")
         arguments << inSandbox(QStringLiteral("missing.json"));
     else if (description != "<usage>")
         arguments << writeDescription(description);
-    if (!output.isEmpty())
-        arguments << QStringLiteral("--output") << inSandbox(output);
     const KVTestProcess::Outcome run = publish(arguments);
     QCOMPARE(run.exitStatus, exitCode);
     QVERIFY2(run.errors.startsWith(QStringLiteral("nestora-publish: ")) && run.errors.contains(message),

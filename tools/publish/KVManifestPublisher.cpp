@@ -1,9 +1,8 @@
 #include "KVManifestPublisher.h"
 
-#include "Core/Extensions/KVFileHandle+MD5.h"
+#include "KVPublishedFile.h"
 
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSaveFile>
@@ -290,21 +289,18 @@ bool KVManifestPublisher::addDeliverableItems(KVINISection &section, const QJson
         return fail(KVPublishErrorBadDescription,
                     context + QStringLiteral(".file must name a file inside the deliverables folder"));
     const QString path = m_deliverables.filePath(fileName);
-    QFile deliverable(path);
-    if (!QFileInfo(path).isFile() || !deliverable.open(QIODevice::ReadOnly))
-        return fail(KVPublishErrorMissingDeliverable,
-                    QStringLiteral("%1: cannot read the deliverable %2").arg(context, QDir::toNativeSeparators(path)));
-    const QString digest = KVFileHandle::md5Value(&deliverable);
-    if (digest.isNull())
-        return fail(
-            KVPublishErrorMissingDeliverable,
-            QStringLiteral("%1: cannot read the deliverable %2: %3").arg(context, path, deliverable.errorString()));
+    QString reason;
+    const auto published = KVPublishedFile::read(path, &reason);
+    if (!published)
+        return fail(KVPublishErrorMissingDeliverable, QStringLiteral("%1: cannot read the deliverable %2: %3")
+                                                          .arg(context, QDir::toNativeSeparators(path), reason));
 
     QUrl relative;
     relative.setPath(fileName, QUrl::DecodedMode);
     section.addItemWithKey(QStringLiteral("URL"), m_servedFrom.resolved(relative).toString(QUrl::FullyEncoded));
-    section.addItemWithKey(QStringLiteral("Bytes"), QString::number(deliverable.size()));
-    section.addItemWithKey(QStringLiteral("MD5"), digest);
+    section.addItemWithKey(QStringLiteral("Bytes"), QString::number(published->bytes));
+    section.addItemWithKey(QStringLiteral("MD5"), published->md5);
+    section.addItemWithKey(QStringLiteral("SHA256"), published->sha256);
     return true;
 }
 
@@ -353,6 +349,14 @@ bool KVManifestPublisher::fail(KVPublishErrorCode code, const QString &message)
     return false;
 }
 
+KVINISectionPtr KVManifestPublisher::manifestSection(qint64 serial, const QDateTime &expires)
+{
+    auto section = std::make_shared<KVINISection>(QStringLiteral("Manifest"));
+    section->addItemWithKey(QStringLiteral("Serial"), QString::number(serial));
+    section->addItemWithKey(QStringLiteral("Expires"), expires.toUTC().toString(Qt::ISODate));
+    return section;
+}
+
 QByteArray KVManifestPublisher::manifestText(const QList<KVINISectionPtr> &sections)
 {
     QByteArray text;
@@ -366,12 +370,26 @@ QByteArray KVManifestPublisher::manifestText(const QList<KVINISectionPtr> &secti
     return text;
 }
 
-bool KVManifestPublisher::writeManifest(const QList<KVINISectionPtr> &sections, const QString &path, KVError *error)
+bool KVManifestPublisher::writeManifest(const QByteArray &text, const QByteArray &signature, const QString &path,
+                                        KVError *error)
 {
-    QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(manifestText(sections)) >= 0 && file.commit())
-        return true;
-    *error = publishError(KVPublishErrorUnwritableManifest,
-                          QStringLiteral("cannot write the manifest %1: %2").arg(path, file.errorString()));
-    return false;
+    QSaveFile manifest(path);
+    QSaveFile signatureFile(path + QStringLiteral(".minisig"));
+    const auto failed = [&](const QSaveFile &file, const QString &what) {
+        *error = publishError(KVPublishErrorUnwritableManifest,
+                              QStringLiteral("%1 %2: %3").arg(what, file.fileName(), file.errorString()));
+        return false;
+    };
+    if (!manifest.open(QIODevice::WriteOnly) || manifest.write(text) != text.size())
+        return failed(manifest, QStringLiteral("cannot write the manifest"));
+    if (!signature.isEmpty() &&
+        (!signatureFile.open(QIODevice::WriteOnly) || signatureFile.write(signature) != signature.size()))
+        return failed(signatureFile, QStringLiteral("cannot write the signature"));
+    if (!manifest.commit())
+        return failed(manifest, QStringLiteral("cannot write the manifest"));
+    if (!signature.isEmpty() && !signatureFile.commit())
+        return failed(signatureFile,
+                      QStringLiteral("the manifest is replaced, but installers will refuse it until it is signed "
+                                     "again: cannot write the signature"));
+    return true;
 }

@@ -3,6 +3,7 @@
 #include "App/Model/KVINISection.h"
 #include "Core/Extensions/KVError.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QJsonObject>
 #include <QUrl>
@@ -14,11 +15,12 @@ enum KVPublishErrorCode : qint64 {
     KVPublishErrorBadDescription = 1,
     KVPublishErrorMissingDeliverable = 2,
     KVPublishErrorUnwritableManifest = 3,
+    KVPublishErrorUnusableKey = 4,
 };
 
 // Turns a folder of deliverables and a version description into the update manifest that the
 // installer reads: index sections naming the releases, release and data sections with the
-// download address, size and MD5 digest of each file.
+// download address, size, MD5 and SHA-256 digests of each file.
 //
 // The version description is a JSON object; every part is optional, but at least one must be there:
 //
@@ -61,10 +63,18 @@ public:
     [[nodiscard]] std::optional<QList<KVINISectionPtr>> sectionsForDescription(const QJsonObject &description,
                                                                                KVError *error);
 
+    // The "[Manifest]" section that keeps a signed manifest fresh: "Serial" grows from one
+    // publication to the next and "Expires" (ISO 8601, UTC) ends its validity, so that an old
+    // manifest cannot be replayed to the installer, nor one kept from it for ever.
+    static KVINISectionPtr manifestSection(qint64 serial, const QDateTime &expires);
+
     // The manifest text: "[name]" headers and "key=value" lines.
     static QByteArray manifestText(const QList<KVINISectionPtr> &sections);
-    // Replaces the file atomically: readers see the old manifest or the whole new one.
-    [[nodiscard]] static bool writeManifest(const QList<KVINISectionPtr> &sections, const QString &path,
+    // Replaces the manifest, and with a signature the ".minisig" file beside it. Both are written
+    // in full before either replaces anything; then the manifest is renamed into place and its
+    // signature right after it, so readers see the old pair or the new one, and a new manifest with
+    // an old signature for no longer than between two renames.
+    [[nodiscard]] static bool writeManifest(const QByteArray &text, const QByteArray &signature, const QString &path,
                                             KVError *error);
 
 private:
