@@ -69,6 +69,7 @@ def archive(entries, zip64=False, stream=False):
 
 
 CRAFTED = {
+    "not-an-archive": lambda: b"PK\3\4 not an archive",
     "with-readme": lambda: archive(bundle() + [entry("README.txt", b"read me")]),
     "parent-entry": lambda: archive(bundle() + [entry("../nestora-escaped.txt", b"escaped")]),
     "absolute-entry": lambda: archive(bundle() + [entry("/tmp/nestora-absolute.txt", b"absolute")]),
@@ -77,7 +78,6 @@ CRAFTED = {
     "program-not-executable": lambda: archive(bundle(program_mode=0o644)),
     "other-identifier": lambda: archive(bundle(identifier="com.example.other"), stream=True),
     "no-info-plist": lambda: archive(bundle(plist=False)),
-    "other-name": lambda: archive(bundle("Nestora 2.app")),
     "only-macosx": lambda: archive([entry("__MACOSX/._Nestora.app", b"\0\5\26\7")]),
     "file-as-bundle-zip64": lambda: archive([entry(BUNDLE, b"#!/bin/sh\n", 0o755)], zip64=True),
     # Latin-1 "Nestorá.app", flagged as neither UTF-8 nor anything else.
