@@ -48,17 +48,14 @@ void writeHistory(const QVariantMap &history)
     QVERIFY(KVPropertyList::writeDictionary(path, history));
 }
 
+// The names of the sections that are not null.
 QStringList namesOf(const QList<KVINISectionPtr> &sections)
 {
     QStringList names;
     for (const KVINISectionPtr &section : sections)
-        names << section->name();
+        if (section)
+            names << section->name();
     return names;
-}
-
-QString nameOf(const KVINISectionPtr &section)
-{
-    return section ? section->name() : QString();
 }
 
 } // namespace
@@ -85,7 +82,6 @@ class ChecksTest : public QObject
         QVERIFY2(!error, qPrintable(error.description()));
         QList<KVINISectionPtr> sections;
         engine.queue().sync([&] { sections = check(engine); });
-        sections.removeAll(nullptr);
         QCOMPARE(namesOf(sections), due);
     }
 
@@ -107,38 +103,28 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("osVersion");
         QTest::addColumn<QString>("due");
 
-        // The installed installer is 1.0.0; "index" is its entry in [Mac_Installer].
-        const auto release = [](const QString &index, const QString &target, const QString &body) {
-            return "[Mac_Installer]\n" + index + "\n[" + target + "]\n" + body;
+        // The installed installer is 1.0.0; "index" are the entries of [Mac_Installer], the last names the target.
+        const auto release = [](const QString &index, const QString &body) {
+            return "[Mac_Installer]\n" + index + "\n[" + index.section('=', -1) + "]\n" + body;
         };
-        const QString listed = release("1.0.0=Mac_Installer_1.1.0", "Mac_Installer_1.1.0", "OSSupport=10.15;11.2");
-        const QString all = release("1.0.0=Mac_Installer_1.1.0", "Mac_Installer_1.1.0", "OSSupport=All");
-        QTest::newRow("listed system, higher version") << listed << QByteArray("11.2") << "Mac_Installer_1.1.0";
-        QTest::newRow("system not listed") << listed << QByteArray("12.0") << QString();
-        QTest::newRow("All matches every system") << all << QByteArray("12.0") << "Mac_Installer_1.1.0";
-        QTest::newRow("blank after semicolon does not match")
-            << release("1.0.0=Mac_Installer_1.1.0", "Mac_Installer_1.1.0", "OSSupport=10.14; 10.15")
-            << QByteArray("10.15") << QString();
-        QTest::newRow("no OSSupport") << release("1.0.0=Mac_Installer_1.1.0", "Mac_Installer_1.1.0", "URL=x")
-                                      << QByteArray("11.2") << QString();
-        QTest::newRow("missing target section") << "[Mac_Installer]\n1.0.0=Mac_Installer_1.1.0\n"
-                                                << QByteArray("11.2") << QString();
-        QTest::newRow("same version is not due")
-            << release("1.0.0=Mac_Installer_1.0", "Mac_Installer_1.0", "OSSupport=All") << QByteArray("11.2")
-            << QString();
-        QTest::newRow("lower version is not due")
-            << release("1.0.0=Mac_Installer_0.9", "Mac_Installer_0.9", "OSSupport=All") << QByteArray("11.2")
-            << QString();
-        QTest::newRow("Debug chooses the target")
-            << release("1.0.0=Mac_Installer_1.1\nDebug=Mac_Installer_2.0", "Mac_Installer_2.0", "OSSupport=All")
-            << QByteArray("11.2") << "Mac_Installer_2.0";
-        QTest::newRow("Debug target still compared")
-            << release("Debug=Mac_Installer_0.5", "Mac_Installer_0.5", "OSSupport=All") << QByteArray("11.2")
-            << QString();
-        QTest::newRow("no entry for the installed version")
-            << release("0.9.0=Mac_Installer_1.1", "Mac_Installer_1.1", "OSSupport=All") << QByteArray("11.2")
-            << QString();
-        QTest::newRow("no installer index") << "[Mac_Installer_1.1]\nOSSupport=All" << QByteArray("11.2") << QString();
+        const auto row = [](const char *name, const QString &manifest, const char *osVersion, const QString &due) {
+            QTest::newRow(name) << manifest << QByteArray(osVersion) << due;
+        };
+        const QString due = QStringLiteral("Mac_Installer_1.1.0");
+        const QString listed = release("1.0.0=" + due, "OSSupport=10.15;11.2");
+        const QString all = release("1.0.0=" + due, "OSSupport=All");
+        row("listed system, higher version", listed, "11.2", due);
+        row("system not listed", listed, "12.0", {});
+        row("All matches every system", all, "12.0", due);
+        row("blank after semicolon does not match", release("1.0.0=" + due, "OSSupport=10.14; 10.15"), "10.15", {});
+        row("no OSSupport", release("1.0.0=" + due, "URL=x"), "11.2", {});
+        row("missing target section", "[Mac_Installer]\n1.0.0=" + due, "11.2", {});
+        row("same version is not due", release("1.0.0=Mac_Installer_1.0", "OSSupport=All"), "11.2", {});
+        row("Debug chooses the target", release("1.0.0=" + due + "\nDebug=Mac_Installer_2.0", "OSSupport=All"), "11.2",
+            "Mac_Installer_2.0");
+        row("Debug target still compared", release("Debug=Mac_Installer_0.5", "OSSupport=All"), "11.2", {});
+        row("no entry for the installed version", release("0.9.0=" + due, "OSSupport=All"), "11.2", {});
+        row("no installer index", "[Mac_Installer_1.1]\nOSSupport=All", "11.2", {});
     }
 
     void installerCheck()
@@ -160,32 +146,28 @@ private Q_SLOTS:
         QTest::addColumn<QString>("due");
 
         const QString releases = "[Mac_Application_2.0.5]\nURL=a\n[Mac_Application_2.1.1]\nURL=b\n";
-        const auto manifest = [&](const QString &entries) { return "[Mac_Application]\n" + entries + "\n" + releases; };
+        const auto row = [&](const char *name, const QString &entries, const char *installed, const QString &due) {
+            QTest::newRow(name) << "[Mac_Application]\n" + entries + "\n" + releases << QString::fromLatin1(installed)
+                                << due;
+        };
         const QString older = QStringLiteral("Mac_Application_2.0.5"), newer = QStringLiteral("Mac_Application_2.1.1");
-        QTest::newRow("first installation") << manifest("LatestVersion=" + older) << "absent" << older;
-        QTest::newRow("installed is newer") << manifest("LatestVersion=" + older) << "2.1" << QString();
-        QTest::newRow("installed is older") << manifest("LatestVersion=" + newer) << "2.1" << newer;
-        QTest::newRow("a file in its place") << manifest("LatestVersion=" + older) << "file" << older;
-        QTest::newRow("bundle without version is never updated")
-            << manifest("LatestVersion=" + newer) << "no version" << QString();
+        row("first installation", "LatestVersion=" + older, "absent", older);
+        row("installed is newer", "LatestVersion=" + older, "2.1", {});
+        row("installed is older", "LatestVersion=" + newer, "2.1", newer);
+        row("a file in its place", "LatestVersion=" + older, "file", older);
+        row("bundle without version is never updated", "LatestVersion=" + newer, "no version", {});
         // A damaged installation counts as none, whatever its version, and is installed again.
-        QTest::newRow("no Info.plist") << manifest("LatestVersion=" + older) << "no Info.plist" << older;
-        QTest::newRow("unreadable Info.plist")
-            << manifest("LatestVersion=" + older) << "unreadable Info.plist" << older;
-        QTest::newRow("no program") << manifest("LatestVersion=" + older) << "no program" << older;
-        QTest::newRow("per-system entry wins")
-            << manifest("LatestVersion=" + older + "\nLatestVersion_11.2=" + newer) << "absent" << newer;
-        QTest::newRow("other system's entry is skipped")
-            << manifest("LatestVersion_10.15=" + newer + "\nLatestVersion=" + older) << "absent" << older;
-        QTest::newRow("last fallback item wins")
-            << manifest("LatestVersion=" + newer + "\nNote=" + older) << "absent" << older;
-        QTest::newRow("Debug wins") << manifest("LatestVersion_11.2=" + newer + "\nDebug=" + older) << "absent"
-                                    << older;
-        QTest::newRow("release section missing")
-            << manifest("LatestVersion=Mac_Application_3.0") << "absent" << QString();
-        QTest::newRow("only per-system entries for others")
-            << manifest("LatestVersion_10.15=" + newer) << "absent" << QString();
-        QTest::newRow("target without deployment path") << manifest("Debug=Mac_Application") << "absent" << QString();
+        row("no Info.plist", "LatestVersion=" + older, "no Info.plist", older);
+        row("unreadable Info.plist", "LatestVersion=" + older, "unreadable Info.plist", older);
+        row("no program", "LatestVersion=" + older, "no program", older);
+        row("per-system entry wins", "LatestVersion=" + older + "\nLatestVersion_11.2=" + newer, "absent", newer);
+        row("other system's entry is skipped", "LatestVersion_10.15=" + newer + "\nLatestVersion=" + older, "absent",
+            older);
+        row("last fallback item wins", "LatestVersion=" + newer + "\nNote=" + older, "absent", older);
+        row("Debug wins", "LatestVersion_11.2=" + newer + "\nDebug=" + older, "absent", older);
+        row("release section missing", "LatestVersion=Mac_Application_3.0", "absent", {});
+        row("only per-system entries for others", "LatestVersion_10.15=" + newer, "absent", {});
+        row("target without deployment path", "Debug=Mac_Application", "absent", {});
         QTest::newRow("no application index") << releases << "absent" << QString();
     }
 
@@ -237,28 +219,22 @@ private Q_SLOTS:
         QTest::addColumn<QVariantMap>("history");
         QTest::addColumn<QStringList>("due"); // devices XML and icons, then smart cards
 
+        const auto row = [](const char *name, const QString &manifest, const QVariantMap &history,
+                            const QStringList &due) { QTest::newRow(name) << manifest << history << due; };
         const QString all =
             "[Device_XML]\nLatestVersion=3\n[Device_Icon]\nLatestVersion=2.1\n[Smart_Cards]\nLatestVersion=5\n";
-        const QString bare = "[Device_XML]\n[Device_Icon]\n[Smart_Cards]\n";
         const QVariantMap current{{"Device_XML", "3"}, {"Device_Icon", "2.1"}, {"Smart_Cards", "5"}};
         const QStringList everything{"Device_XML", "Device_Icon", "Smart_Cards"};
-        QTest::newRow("never deployed: all due") << all << QVariantMap() << everything;
-        QTest::newRow("never deployed, whatever the version")
-            << "[Device_XML]\nLatestVersion=0\n[Device_Icon]\n[Smart_Cards]\n"
-            << QVariantMap() << everything;
-        QTest::newRow("all current") << all << current << QStringList();
-        QTest::newRow("older history") << all
-                                       << QVariantMap{{"Device_XML", "2.9"},
-                                                      {"Device_Icon", "2.1"},
-                                                      {"Smart_Cards", "4.9.9"}}
-                                       << QStringList{"Device_XML", "Smart_Cards"};
-        QTest::newRow("newer history") << all
-                                       << QVariantMap{{"Device_XML", "4"}, {"Device_Icon", "3"}, {"Smart_Cards", "6"}}
-                                       << QStringList();
-        QTest::newRow("no LatestVersion once deployed") << bare << current << QStringList();
-        QTest::newRow("missing icons still reports XML") << "[Device_XML]\nLatestVersion=3\n"
-                                                         << QVariantMap() << QStringList{"Device_XML"};
-        QTest::newRow("no data sections") << "[Other]\na=b\n" << current << QStringList();
+        row("never deployed: all due", all, {}, everything);
+        row("never deployed, whatever the version", "[Device_XML]\nLatestVersion=0\n[Device_Icon]\n[Smart_Cards]\n", {},
+            everything);
+        row("all current", all, current, {});
+        row("older history", all, {{"Device_XML", "2.9"}, {"Device_Icon", "2.1"}, {"Smart_Cards", "4.9.9"}},
+            {"Device_XML", "Smart_Cards"});
+        row("newer history", all, {{"Device_XML", "4"}, {"Device_Icon", "3"}, {"Smart_Cards", "6"}}, {});
+        row("no LatestVersion once deployed", "[Device_XML]\n[Device_Icon]\n[Smart_Cards]\n", current, {});
+        row("missing icons still reports XML", "[Device_XML]\nLatestVersion=3\n", {}, {"Device_XML"});
+        row("no data sections", "[Other]\na=b\n", current, {});
     }
 
     void dataItemChecks()
@@ -276,46 +252,9 @@ private Q_SLOTS:
             due);
     }
 
-    void installerCheckDeliversAsynchronouslyOnMainThread_data()
+    void asynchronousCheck_data()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("manifest");
-        QTest::addColumn<QString>("due");
-        QTest::addColumn<QString>("errorDomain");
-
-        const QByteArray manifest =
-            "[Mac_Installer]\n1.0.0=Mac_Installer_1.1.0\n[Mac_Installer_1.1.0]\nOSSupport=All\n";
-        QTest::newRow("due") << 200 << manifest << "Mac_Installer_1.1.0" << QString();
-        QTest::newRow("manifest missing") << 404 << manifest << QString() << KVURLErrorDomain;
-        QTest::newRow("manifest empty") << 200 << QByteArray() << QString() << KVUpdateHelperErrorDomain;
-    }
-
-    void installerCheckDeliversAsynchronouslyOnMainThread()
-    {
-        QFETCH(int, status);
-        QFETCH(QByteArray, manifest);
-        QFETCH(QString, due);
-        QFETCH(QString, errorDomain);
-
-        m_server.setResponse(QStringLiteral("/manifest.ini"), {status, manifest, {}, {}, 0});
-        KVUpdateHelper engine(m_server.url(QStringLiteral("/manifest.ini")));
-        bool called = false;
-        bool returned = false;
-        engine.queue().sync([] {}); // the queue is idle: the check runs as soon as it is submitted
-        engine.checkInstallerUpdateWithcompletionHandler([&](KVINISectionPtr section, KVError error) {
-            QVERIFY(KVDispatch::isMainThread());
-            QVERIFY(returned); // never from inside the call
-            QCOMPARE(nameOf(section), due);
-            QCOMPARE(error.domain(), errorDomain);
-            QCOMPARE(error.code(), errorDomain.isNull() ? 0 : 2);
-            called = true;
-        });
-        returned = true;
-        QTRY_VERIFY(called);
-    }
-
-    void updateCheck_data()
-    {
+        QTest::addColumn<bool>("installer"); // the installer's own check, else the deliverables check
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("manifest");
         QTest::addColumn<QVariantMap>("history");
@@ -323,26 +262,37 @@ private Q_SLOTS:
         QTest::addColumn<KVError>("error");
         QTest::addColumn<QStringList>("launchArguments"); // empty: the application is installed but not launched
 
+        const QByteArray installer =
+            "[Mac_Installer]\n1.0.0=Mac_Installer_1.1.0\n[Mac_Installer_1.1.0]\nOSSupport=All\n";
+        const KVError missing(KVURLErrorDomain, KVURLErrorConnectionFailed, {{KVHTTPStatusKey, 404}});
+        QTest::newRow("installer due") << true << 200 << installer << QVariantMap()
+                                       << QStringList{"Mac_Installer_1.1.0"} << KVError() << QStringList();
+        QTest::newRow("installer, manifest missing")
+            << true << 404 << installer << QVariantMap() << QStringList() << missing << QStringList();
+        QTest::newRow("installer, manifest empty")
+            << true << 200 << QByteArray() << QVariantMap() << QStringList()
+            << KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable) << QStringList();
         // Listed in another order than the check reports them.
         const QByteArray dataItems =
             "[Smart_Cards]\nLatestVersion=1\n[Device_Icon]\nLatestVersion=1\n[Device_XML]\nLatestVersion=2\n";
         QTest::newRow("sections in order")
-            << 200 << dataItems + "[Mac_Application]\nLatestVersion=Mac_Application_9.0\n[Mac_Application_9.0]\nURL=a\n"
+            << false << 200
+            << dataItems + "[Mac_Application]\nLatestVersion=Mac_Application_9.0\n[Mac_Application_9.0]\nURL=a\n"
             << QVariantMap{{"Device_XML", "1"}}
             << QStringList{"Mac_Application_9.0", "Device_XML", "Device_Icon", "Smart_Cards"} << KVError()
             << QStringList();
         QTest::newRow("failure launches nothing")
-            << 404 << QByteArray() << QVariantMap() << QStringList()
-            << KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, {{KVHTTPStatusKey, 404}}) << QStringList();
+            << false << 404 << QByteArray() << QVariantMap() << QStringList() << missing << QStringList();
         QTest::newRow("nothing due hands over to the application")
-            << 200
+            << false << 200
             << "[Mac_Application]\nLatestVersion=Mac_Application_0.0.1\n[Mac_Application_0.0.1]\nURL=a\n" + dataItems
             << QVariantMap{{"Device_XML", "2"}, {"Device_Icon", "1"}, {"Smart_Cards", "1"}} << QStringList()
             << KVError() << QStringList{"-KVWindowOrigin", "40", "60", "-InstallerLaunchDate", "1700000000"};
     }
 
-    void updateCheck()
+    void asynchronousCheck()
     {
+        QFETCH(bool, installer);
         QFETCH(int, status);
         QFETCH(QByteArray, manifest);
         QFETCH(QVariantMap, history);
@@ -360,12 +310,23 @@ private Q_SLOTS:
         QStringList events;
         engine.setHost(KVTestHost([&] { events << "terminate"; }, [] { return QPointF(40, 60); }));
 
-        engine.checkUpdateWithcompletionHandler([&](QList<KVINISectionPtr> sections, KVError checkError) {
+        bool returned = false;
+        const auto delivered = [&](const QStringList &names, const KVError &checkError) {
             QVERIFY(KVDispatch::isMainThread());
-            QCOMPARE(namesOf(sections), due);
-            QCOMPARE(checkError, error);
+            QVERIFY(returned); // never from inside the call
+            QCOMPARE(names, due);
+            QCOMPARE(checkError.domain(), error.domain());
+            QCOMPARE(checkError.code(), error.code());
             events << "handler";
-        });
+        };
+        engine.queue().sync([] {}); // the queue is idle: the check runs as soon as it is submitted
+        if (installer)
+            engine.checkInstallerUpdateWithcompletionHandler(
+                [&](KVINISectionPtr section, KVError checkError) { delivered(namesOf({section}), checkError); });
+        else
+            engine.checkUpdateWithcompletionHandler(
+                [&](QList<KVINISectionPtr> sections, KVError checkError) { delivered(namesOf(sections), checkError); });
+        returned = true;
         const QStringList expectedEvents =
             launchArguments.isEmpty() ? QStringList{"handler"} : QStringList{"handler", "terminate"};
         QTRY_COMPARE(events, expectedEvents);
