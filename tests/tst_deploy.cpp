@@ -36,10 +36,6 @@ QString installedApp()
 {
     return applications() + QStringLiteral("/Nestora.app");
 }
-QString unpackedApp()
-{
-    return sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Nestora.app");
-}
 QString settingsPath()
 {
     return sandbox().dataHome() + QStringLiteral("/Nestora/InstallerSettings.plist");
@@ -162,79 +158,63 @@ private slots:
     {
         QTest::addColumn<bool>("installed");
         QTest::addColumn<QByteArrayList>("newVersions");
-        QTest::addColumn<bool>("ownFileSystem"); // the destination's folder on a disk of its own
+        QTest::addColumn<QString>("folder"); // the applications folder: "" as it is, "own disk", "full", "unwritable"
+        QTest::addColumn<qint64>("code");    // 0: deployed
 
-        QTest::newRow("over an installed item") << true << QByteArrayList{"2.0"} << false;
-        QTest::newRow("destination missing") << false << QByteArrayList{"2.0"} << false;
-        QTest::newRow("two items leave the last") << true << QByteArrayList{"2.0", "3.0"} << false;
-        QTest::newRow("across file systems") << true << QByteArrayList{"2.0"} << true;
+        const QByteArrayList one{"2.0"};
+        QTest::newRow("over an installed item") << true << one << "" << qint64(0);
+        QTest::newRow("destination missing") << false << one << "" << qint64(0);
+        QTest::newRow("two items leave the last") << true << QByteArrayList{"2.0", "3.0"} << "" << qint64(0);
+        QTest::newRow("across file systems") << true << one << "own disk" << qint64(0);
+        QTest::newRow("folder unwritable") << true << one << "unwritable" << qint64(KVFileWriteNoPermissionError);
+        QTest::newRow("disk full while copying across file systems")
+            << true << one << "full" << qint64(KVFileWriteOutOfSpaceError);
     }
 
     void deployReplacesDestination()
     {
         QFETCH(bool, installed);
         QFETCH(QByteArrayList, newVersions);
-        QFETCH(bool, ownFileSystem);
-
-        const QString destination = sandbox().dataHome() + QStringLiteral("/Nestora/PlugIns/Backup.vexaplugin");
-        const QString parent = QFileInfo(destination).absolutePath();
-        QVERIFY(QDir().mkpath(parent));
-        std::unique_ptr<KVTestMount> disk;
-        if (ownFileSystem && !(disk = KVTestMount::tmpfs(parent, 1024 * 1024)))
-            QSKIP("mounting a second file system needs root");
-        if (installed)
-            QVERIFY(makeApp(destination, "1.0") &&
-                    writeFile(destination + QStringLiteral("/Contents/old-only.txt"), "old"));
-        QStringList items;
-        for (const QByteArray &version : newVersions) {
-            items << sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Item-") + QString::fromLatin1(version);
-            QVERIFY(makeApp(items.last(), version));
-        }
-
-        KVError error;
-        QVERIFY(KVUpdateHelper::deploy(items, destination, &error));
-        QVERIFY2(!error, qPrintable(error.description()));
-
-        QCOMPARE(versionOf(destination), newVersions.last());
-        QCOMPARE(treeOf(destination), (QStringList{"Contents", "Contents/Resources", "Contents/Resources/filler.bin",
-                                                   "Contents/version.txt"}));
-        QCOMPARE(treeOf(sandbox().temporaryDirectory() + QStringLiteral("/unpacked")), QStringList()); // moved
-        QCOMPARE(hiddenIn(parent), QStringList());
-    }
-
-    void deployFailureKeepsInstalled_data()
-    {
-        QTest::addColumn<bool>("fullDisk"); // else the applications folder is unwritable
-        QTest::addColumn<qint64>("code");
-
-        QTest::newRow("folder unwritable") << false << qint64(KVFileWriteNoPermissionError);
-        QTest::newRow("disk full while copying across file systems") << true << qint64(KVFileWriteOutOfSpaceError);
-    }
-
-    void deployFailureKeepsInstalled()
-    {
-        QFETCH(bool, fullDisk);
+        QFETCH(QString, folder);
         QFETCH(qint64, code);
 
         std::unique_ptr<KVTestMount> disk;
-        if (fullDisk && !(disk = KVTestMount::tmpfs(applications(), 1024 * 1024)))
-            QSKIP("mounting a second file system needs root");
+        if (folder == "own disk" || folder == "full") {
+            if (!(disk = KVTestMount::tmpfs(applications(), 1024 * 1024)))
+                QSKIP("mounting a second file system needs root");
+        }
         const QByteArray installedFiller = randomBytes(300 * 1024);
-        QVERIFY(makeApp(installedApp(), "1.0", installedFiller));
-        QVERIFY(makeApp(unpackedApp(), "2.0", randomBytes(2 * 1024 * 1024)));
+        if (installed)
+            QVERIFY(makeApp(installedApp(), "1.0", installedFiller) &&
+                    writeFile(installedApp() + QStringLiteral("/Contents/old-only.txt"), "old"));
+        QStringList items;
+        for (const QByteArray &version : newVersions) {
+            items << sandbox().temporaryDirectory() + QStringLiteral("/unpacked/Item-") + QString::fromLatin1(version);
+            QVERIFY(makeApp(items.last(), version, folder == "full" ? randomBytes(2 * 1024 * 1024) : QByteArray()));
+        }
         std::optional<KVTestUnwritableFolder> unwritable;
-        if (!fullDisk && !unwritable.emplace(applications()).isUnwritable())
+        if (folder == "unwritable" && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
 
         KVError error;
-        QVERIFY(KVUpdateHelper::deploy({unpackedApp()}, installedApp(), &error));
+        QVERIFY(KVUpdateHelper::deploy(items, installedApp(), &error));
 
-        QCOMPARE(error.domain(), KVCocoaErrorDomain);
-        QCOMPARE(error.code(), code);
-        QCOMPARE(versionOf(installedApp()), QByteArray("1.0"));
-        QVERIFY(readFile(installedApp() + QStringLiteral("/Contents/Resources/filler.bin")) == installedFiller);
-        QCOMPARE(versionOf(unpackedApp()), QByteArray("2.0")); // not consumed
+        // Nothing but the installed item in the folder: no staging copy left behind.
         QCOMPARE(treeOf(applications()).filter(QRegularExpression("^[^/]*$")), QStringList{"Nestora.app"});
+        QCOMPARE(hiddenIn(applications()), QStringList());
+        if (code) {
+            QCOMPARE(error.domain(), KVCocoaErrorDomain);
+            QCOMPARE(error.code(), code);
+            QCOMPARE(versionOf(installedApp()), QByteArray("1.0"));
+            QVERIFY(readFile(installedApp() + QStringLiteral("/Contents/Resources/filler.bin")) == installedFiller);
+            QCOMPARE(versionOf(items.last()), QByteArray("2.0")); // not consumed
+            return;
+        }
+        QVERIFY2(!error, qPrintable(error.description()));
+        QCOMPARE(versionOf(installedApp()), newVersions.last());
+        QCOMPARE(treeOf(installedApp()), (QStringList{"Contents", "Contents/Resources", "Contents/Resources/filler.bin",
+                                                      "Contents/version.txt"}));
+        QCOMPARE(treeOf(sandbox().temporaryDirectory() + QStringLiteral("/unpacked")), QStringList()); // moved
     }
 
     void replaceNeverLeavesDestinationMissing()
@@ -263,95 +243,84 @@ private slots:
         QCOMPARE(treeOf(sandbox().home()).filter(QStringLiteral("New")), QStringList());
     }
 
-    void deployAppRecordsVendor_data()
+    void deployApp_data()
     {
+        QTest::addColumn<QString>("destination");
+        QTest::addColumn<bool>("privileged"); // the destination's folder is unwritable: the install script deploys
+        QTest::addColumn<bool>("itemIsLink");
+        QTest::addColumn<bool>("dismiss");
         QTest::addColumn<QVariantMap>("settings");
-        QTest::addColumn<bool>("rewritten");
+        QTest::addColumn<QString>("description");
 
-        QTest::newRow("no settings yet") << QVariantMap() << true;
-        QTest::newRow("vendor already recorded") << QVariantMap{{"installer_vendor", "Keldran"}} << false;
-        QTest::newRow("another vendor") << QVariantMap{{"installer_vendor", "Other"}, {"kept", 7}} << true;
+        const QString hostile =
+            applications() + QStringLiteral("/a'b;touch ") + sandbox().root() + QStringLiteral("/pwned");
+        const QVariantMap none;
+        QTest::newRow("no settings yet") << installedApp() << false << false << false << none << QString();
+        QTest::newRow("vendor already recorded")
+            << installedApp() << false << false << false << QVariantMap{{"installer_vendor", "Keldran"}} << QString();
+        QTest::newRow("another vendor") << installedApp() << false << false << false
+                                        << QVariantMap{{"installer_vendor", "Other"}, {"kept", 7}} << QString();
+        QTest::newRow("installed through the install script")
+            << installedApp() << true << false << false << none << QString();
+        QTest::newRow("path that breaks naive quoting") << hostile << true << false << false << none << QString();
+        QTest::newRow("password prompt dismissed")
+            << installedApp() << true << false << true << none << "The administrator password is required to do this.";
+        QTest::newRow("install script fails") << installedApp() << true << true << false << none
+                                              << "Install.sh: the new application is missing or a link: ";
     }
 
-    void deployAppRecordsVendor()
+    void deployApp()
     {
+        QFETCH(QString, destination);
+        QFETCH(bool, privileged);
+        QFETCH(bool, itemIsLink);
+        QFETCH(bool, dismiss);
         QFETCH(QVariantMap, settings);
-        QFETCH(bool, rewritten);
+        QFETCH(QString, description);
 
         const QDateTime longAgo(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
+        const bool rewritten = settings.value(QStringLiteral("installer_vendor")) != QStringLiteral("Keldran");
         if (!settings.isEmpty()) {
             QVERIFY(QDir().mkpath(QFileInfo(settingsPath()).absolutePath()));
             QVERIFY(KVPropertyList::writeDictionary(settingsPath(), settings));
             QFile file(settingsPath());
             QVERIFY(file.open(QIODevice::ReadWrite) && file.setFileTime(longAgo, QFileDevice::FileModificationTime));
         }
-        QVERIFY(makeApp(installedApp(), "1.0") && makeApp(unpackedApp(), "2.0"));
-
-        KVError error;
-        KVUpdateHelper::deployApp({unpackedApp()}, installedApp(), &error);
-
-        QVERIFY2(!error, qPrintable(error.description()));
-        QCOMPARE(versionOf(installedApp()), QByteArray("2.0"));
-        settings.insert(QStringLiteral("installer_vendor"), QStringLiteral("Keldran"));
-        QCOMPARE(KVPropertyList::readDictionary(settingsPath()), settings);
-        QCOMPARE(QFileInfo(settingsPath()).lastModified().toUTC() != longAgo, rewritten);
-    }
-
-    void deployAppWithPrivilege_data()
-    {
-        QTest::addColumn<QString>("destination");
-        QTest::addColumn<bool>("itemIsLink");
-        QTest::addColumn<bool>("dismiss");
-        QTest::addColumn<QString>("description");
-
-        const QString hostile =
-            applications() + QStringLiteral("/a'b;touch ") + sandbox().root() + QStringLiteral("/pwned");
-        QTest::newRow("installed through the install script") << installedApp() << false << false << QString();
-        QTest::newRow("path that breaks naive quoting") << hostile << false << false << QString();
-        QTest::newRow("password prompt dismissed")
-            << installedApp() << false << true << "The administrator password is required to do this.";
-        QTest::newRow("install script fails")
-            << installedApp() << true << false << "Install.sh: the new application is missing or a link: ";
-    }
-
-    void deployAppWithPrivilege()
-    {
-        QFETCH(QString, destination);
-        QFETCH(bool, itemIsLink);
-        QFETCH(bool, dismiss);
-        QFETCH(QString, description);
-
         QVERIFY(makeApp(destination, "1.0"));
         const QString app = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/New $(x) 'app'\n;.app");
         QVERIFY(makeApp(app, "2.0"));
         const QString item = itemIsLink ? app + QStringLiteral(" link") : app;
         if (itemIsLink)
             QVERIFY(QFile::link(app, item));
-        const KVTestUnwritableFolder unwritable(QFileInfo(destination).absolutePath());
-        if (!unwritable.isUnwritable())
-            QSKIP("cannot make a folder unwritable here");
+        const QString parent = QFileInfo(destination).absolutePath();
+        std::optional<KVTestUnwritableFolder> unwritable;
         const QString record = sandbox().root() + QStringLiteral("/elevator-record");
-        qputenv("NESTORA_STANDIN_RECORD", record.toUtf8());
-        qputenv("NESTORA_STANDIN_BEFORE", unwritable.liftCommand().toUtf8());
-        if (dismiss)
-            qputenv("NESTORA_STANDIN_DISMISS", "1");
+        if (privileged) {
+            if (!unwritable.emplace(parent).isUnwritable())
+                QSKIP("cannot make a folder unwritable here");
+            qputenv("NESTORA_STANDIN_RECORD", record.toUtf8());
+            qputenv("NESTORA_STANDIN_BEFORE", unwritable->liftCommand().toUtf8());
+            if (dismiss)
+                qputenv("NESTORA_STANDIN_DISMISS", "1");
+        }
         KVError error;
         KVUpdateHelper::deployApp({item}, destination, &error);
 
-        // The install script got exactly the three paths, whatever they contain.
-        const QString parent = QFileInfo(destination).absolutePath();
-        QStringList command{m_resources + QStringLiteral("/Install.sh"), destination, item, parent};
-        for (QString &word : command)
-            word = KVShellQuoting::singleQuoted(word);
-        QCOMPARE(QString::fromUtf8(readFile(record).split('\0').value(2)), command.join(QLatin1Char(' ')));
-        QVERIFY(!QFileInfo::exists(sandbox().root() + QStringLiteral("/pwned")));
-
+        if (privileged) {
+            // The install script got exactly the three paths, whatever they contain.
+            QStringList command{m_resources + QStringLiteral("/Install.sh"), destination, item, parent};
+            for (QString &word : command)
+                word = KVShellQuoting::singleQuoted(word);
+            QCOMPARE(QString::fromUtf8(readFile(record).split('\0').value(2)), command.join(QLatin1Char(' ')));
+            QVERIFY(!QFileInfo::exists(sandbox().root() + QStringLiteral("/pwned")));
+        }
         if (description.isNull()) {
             QVERIFY2(!error, qPrintable(error.description()));
             QCOMPARE(versionOf(destination), QByteArray("2.0"));
             QCOMPARE(hiddenIn(parent), QStringList());
-            QCOMPARE(KVPropertyList::readDictionary(settingsPath()).value(QStringLiteral("installer_vendor")),
-                     QVariant(QStringLiteral("Keldran")));
+            settings.insert(QStringLiteral("installer_vendor"), QStringLiteral("Keldran"));
+            QCOMPARE(KVPropertyList::readDictionary(settingsPath()), settings);
+            QCOMPARE(QFileInfo(settingsPath()).lastModified().toUTC() != longAgo, rewritten);
             return;
         }
         QCOMPARE(error.domain(), QString());
