@@ -1,6 +1,7 @@
 // The installer's screen and its flow, driven by a scripted engine and by reachability
-// notifications posted as the network helper posts them: the steps, what each step shows, the
-// licence screen, the button row, the checking indicator and closing.
+// notifications posted as the network helper posts them: each row plays a script of engine
+// answers, network changes and clicks and checks where the screen ends up; then the licence
+// screen walked by keyboard alone.
 
 #include "App/Model/KVErrorClass.h"
 #include "App/Model/KVNetworkHelper.h"
@@ -26,8 +27,8 @@
 #include "Platform/KVUserDefaults.h"
 
 #include <QAccessible>
+#include <QLabel>
 #include <QScrollArea>
-#include <QTimer>
 
 #include <memory>
 
@@ -51,7 +52,7 @@ public:
     void updateInstaller(const KVINISectionPtr &section, KVProgressHandler progress,
                          KVUpdateCompletionHandler completion) override
     {
-        installerRuns.append({{section}, std::move(progress), std::move(completion)});
+        runs.append({{section}, std::move(progress), std::move(completion)});
     }
     void checkUpdateWithcompletionHandler(std::function<void(QList<KVINISectionPtr>, KVError)> handler) override
     {
@@ -60,13 +61,12 @@ public:
     void updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progress,
                             KVUpdateCompletionHandler completion) override
     {
-        sectionRuns.append({sections, std::move(progress), std::move(completion)});
+        runs.append({sections, std::move(progress), std::move(completion)});
     }
 
     QList<std::function<void(KVINISectionPtr, KVError)>> installerChecks;
-    QList<Run> installerRuns;
     QList<std::function<void(QList<KVINISectionPtr>, KVError)>> checks;
-    QList<Run> sectionRuns;
+    QList<Run> runs;
 };
 
 KVINISectionPtr section(const QString &name)
@@ -74,22 +74,9 @@ KVINISectionPtr section(const QString &name)
     return std::make_shared<KVINISection>(name);
 }
 
-const KVError kNoError;
-const KVError kUnreachableManifest(QStringLiteral("NSURLErrorDomain"), -1004);
-
-QString text(const char *key)
+QString text(const QString &key)
 {
-    return KVLocalizedString(QString::fromLatin1(key));
-}
-
-void postReachable()
-{
-    KVNotificationCenter::defaultCenter().post(KVNetworkReachableNotification);
-}
-
-void postNotReachable()
-{
-    KVNotificationCenter::defaultCenter().post(KVNetworkNotReachableNotification);
+    return KVLocalizedString(key);
 }
 
 } // namespace
@@ -103,39 +90,22 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void waitsForTheNetworkThenFindsNothingDue();
-    void sectionUpdateWalksTheSteps();
-    void selfUpdateWalksTheSteps();
-    void checkErrorWaitsForTheNetwork();
-    void checkAfterContinueFailingStillRuns();
-    void networkLossAndReturn_data();
-    void networkLossAndReturn();
-    void doubleMonitorRunsHandlersTwice();
-    void runErrorText_data();
-    void runErrorText();
-    void checkboxRule_data();
-    void checkboxRule();
-    void licenceLinksOpen();
-    void licenceByKeyboardAlone();
-    void closing_data();
-    void closing();
-    void screensAreTidy_data();
-    void screensAreTidy();
+    void flow_data();
+    void flow();
+    void licenceByMouseAndKeyboard();
+    void alertShowsOnlyTheGivenElements();
 
 private:
-    // Drives the flow to a step through the engine's answers.
-    void reachStep(quint64 step);
-    void tickAndContinue();
-    bool infoShows(const QString &expected, bool error) const;
-    bool licenceControlsHidden() const;
+    void play(const QString &event);
+    QStringList facts() const;
 
     std::unique_ptr<KVIWindow> m_window;
     std::unique_ptr<KVScriptedEngine> m_engine;
     QPointer<KVIViewController> m_controller;
+    KVError m_lastError;
     int m_monitorStarts = 0;
     int m_terminations = 0;
     QList<QUrl> m_openedURLs;
-    bool m_openSucceeds = true;
 };
 
 void FlowControllerTest::initTestCase()
@@ -151,7 +121,7 @@ void FlowControllerTest::init()
     KVTestSandbox::current().reset();
     m_monitorStarts = m_terminations = 0;
     m_openedURLs.clear();
-    m_openSucceeds = true;
+    m_lastError = KVError();
     m_engine = std::make_unique<KVScriptedEngine>();
     m_window = std::make_unique<KVIWindow>();
     m_window->resize(KVIViewController::viewSize);
@@ -160,7 +130,7 @@ void FlowControllerTest::init()
                                           .openURL =
                                               [this](const QUrl &url) {
                                                   m_openedURLs.append(url);
-                                                  return m_openSucceeds;
+                                                  return true;
                                               },
                                           .terminateApplication = [this] { ++m_terminations; }});
     m_window->setContentView(m_controller->view());
@@ -175,341 +145,204 @@ void FlowControllerTest::cleanup()
     m_engine.reset();
 }
 
-void FlowControllerTest::reachStep(quint64 step)
+// One event of a row's script: an engine answer ("self:", "check:" for the installer and the
+// deliverables checks, "progress", "silent", "done", "fail:" for the last run), a reachability
+// notification, a click or a call the controller takes from the network helper.
+void FlowControllerTest::play(const QString &event)
 {
-    postReachable();
-    if (step == 0)
-        return;
-    m_engine->installerChecks.takeLast()(nullptr, kNoError);
-    if (step == 1) {
-        m_engine->checks.takeLast()({}, kNoError);
-        return;
+    const KVError unreachable(KVURLErrorDomain, KVURLErrorCannotConnectToHost);
+    const QMap<QString, KVError> failures{
+        {"fail:refused", unreachable},
+        {"fail:md5", KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch)},
+        {"fail:privileged", KVError(QString(), -1)}};
+    const QList<KVINISectionPtr> due{section("Mac_Application_2.2.0"), section("Device_XML")};
+    const qsizetype runs = m_engine->runs.size();
+    if (event == "online") {
+        KVNotificationCenter::defaultCenter().post(KVNetworkReachableNotification);
+    } else if (event == "offline") {
+        KVNotificationCenter::defaultCenter().post(KVNetworkNotReachableNotification);
+    } else if (event.startsWith("self:")) {
+        const KVINISectionPtr installer = event == "self:due" ? section("Installer_1.1.0") : nullptr;
+        m_lastError = event == "self:fail" ? unreachable : KVError();
+        m_engine->installerChecks.takeLast()(installer, m_lastError);
+        if (m_engine->runs.size() > runs)
+            QCOMPARE(m_engine->runs.last().sections, QList{installer});
+    } else if (event.startsWith("check:")) {
+        // A failing check after Continue still runs, with what it found.
+        const QList<KVINISectionPtr> found = event == "check:due" ? due : QList<KVINISectionPtr>();
+        m_lastError = event == "check:fail" ? unreachable : KVError();
+        m_engine->checks.takeLast()(found, m_lastError);
+        if (m_engine->runs.size() > runs)
+            QCOMPARE(m_engine->runs.last().sections, found);
+    } else if (event == "progress") {
+        m_engine->runs.last().progress(0.4f, QVariantMap{{"message", text("IDS_INSTALLER_INSTALLING")}});
+        QCOMPARE(m_controller->progressIndicator()->doubleValue(), double(0.4f));
+    } else if (event == "silent") {
+        m_engine->runs.last().progress(0.6f, std::nullopt);
+    } else if (event == "done" || failures.contains(event)) {
+        m_lastError = failures.value(event);
+        m_engine->runs.last().completion({}, m_lastError);
+    } else if (event == "monitor") {
+        m_controller->addNetworkMonitor();
+    } else if (event == "eula") {
+        m_controller->showEULA();
+    } else {
+        const QMap<QString, std::function<QWidget *()>> targets{
+            {"tick", [this] { return m_controller->licenseAgreementCheckbox(); }},
+            {"continue", [this] { return m_controller->continueButton(); }},
+            {"cancel", [this] { return m_controller->cancelButton(); }},
+            {"close", [this] { return m_controller->closeButton(); }},
+            {"resume", [this] { return m_controller->alert()->defaultButton(); }},
+            {"quit", [this] { return m_controller->alert()->alternateButton(); }}};
+        QVERIFY2(targets.contains(event), qPrintable(event));
+        QWidget *target = targets[event]();
+        QVERIFY(target->isVisible());
+        QTest::mouseClick(target, Qt::LeftButton);
+        QCoreApplication::processEvents(); // buttons act once the click has been handled
+        if (event == "close" || event == "cancel")
+            QTRY_VERIFY(m_controller->alert() || m_terminations);
+        else if (event == "resume" || event == "quit")
+            QTRY_VERIFY(!m_controller->alert());
     }
-    m_engine->checks.takeLast()({section("Mac_Application_2.2.0"), section("Device_XML")}, kNoError);
-    if (step == 4)
-        return;
-    tickAndContinue();
-    m_engine->checks.takeLast()({section("Mac_Application_2.2.0"), section("Device_XML")}, kNoError);
-    if (step == 5)
-        return;
-    m_engine->sectionRuns.last().progress(0.25f, QVariantMap{{"message", text("IDS_INSTALLER_DOWNLOADING")}});
-    if (step == 6)
-        return;
-    m_engine->sectionRuns.last().completion({}, kNoError);
 }
 
-void FlowControllerTest::tickAndContinue()
+// What the screen shows and has done, in the words of the rows.
+QStringList FlowControllerTest::facts() const
 {
-    QTest::mouseClick(m_controller->licenseAgreementCheckbox(), Qt::LeftButton);
-    QVERIFY(m_controller->continueButton()->isEnabled());
-    QTest::mouseClick(m_controller->continueButton(), Qt::LeftButton);
-    // The button fires once the click has been handled.
-    QTRY_VERIFY(!m_controller->continueButton()->isVisible());
-    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
+    const std::pair<const char *, bool> all[] = {
+        {"licence", m_controller->licenseScrollView()->isVisible()},
+        {"continue", m_controller->continueButton()->isVisible() && m_controller->continueButton()->isEnabled()},
+        {"checking", m_controller->checkingIndicator()->isVisible()},
+        {"progress", m_controller->progressIndicator()->isVisible()},
+        {"error", m_controller->hasError()},
+        {"alert", bool(m_controller->alert())},
+        {"quit", m_terminations > 0},
+        {"dated", KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid()}};
+    QStringList shown;
+    for (const auto &[fact, holds] : all)
+        if (holds)
+            shown << QString::fromLatin1(fact);
+    return shown;
 }
 
-bool FlowControllerTest::infoShows(const QString &expected, bool error) const
+void FlowControllerTest::flow_data()
 {
-    const KVTextView *info = m_controller->infoTextView();
-    const QColor colour = error ? QColor(229, 76, 85) : QColor(74, 74, 74);
-    return m_controller->infoScrollView()->isVisible() && info->string() == expected &&
-           info->attributes().foregroundColor == colour && m_controller->hasError() == error;
+    QTest::addColumn<QString>("script");
+    // The step; the info text's key ("=hidden", "=empty", "=error": the last error's text); the facts
+    // that hold; the installer checks, deliverables checks unanswered and runs started.
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char *name, const QString &script, const char *expected) {
+        QTest::newRow(name) << script << QString::fromLatin1(expected);
+    };
+
+    const QString licence = "online self:none check:due";
+    const QString run = licence + " tick continue check:due";
+    const QString running = run + " progress";
+    row("waiting for the network", "", "0 IDS_INSTALLER_CHECK_INTERNET 0/0/0");
+    row("checking", "online", "0 CHECKING_UPDATE 1/0/0");
+    row("nothing due", "online self:none check:none", "1 =empty 0/0/0");
+    row("licence", licence, "4 =hidden licence 0/0/0");
+    row("licence accepted", licence + " tick", "4 =hidden licence continue 0/0/0");
+    row("licence declined again", licence + " tick tick", "4 =hidden licence 0/0/0");
+    row("licence ignores the network", licence + " offline", "4 =hidden licence 0/0/0");
+    row("licence shown again, unticked", licence + " tick monitor online", "4 =hidden licence 0/0/0");
+    row("continued", licence + " tick continue", "4 CHECKING_UPDATE 0/1/0");
+    row("run started", run, "5 CHECKING_UPDATE 0/0/1");
+    row("check failing after Continue still runs", licence + " tick continue check:fail", "5 CHECKING_UPDATE 0/0/1");
+    row("running", running, "6 IDS_INSTALLER_INSTALLING progress 0/0/1");
+    row("progress without a message keeps the last", running + " silent", "6 IDS_INSTALLER_INSTALLING progress 0/0/1");
+    row("complete", running + " done", "7 IDS_INSTALLER_COMPLETE dated 0/0/1");
+    row("self-update started", "online self:due", "1 CHECKING_UPDATE progress 0/0/1");
+    row("self-update running", "online self:due progress", "2 IDS_INSTALLER_INSTALLING progress 0/0/1");
+    row("self-update complete", "online self:due progress done", "3 IDS_INSTALLER_COMPLETE dated 0/0/1");
+
+    // Failed checks offer Try Again; the network coming back does the same.
+    row("installer check failed", "online self:fail", "0 =error continue error 0/0/0");
+    row("Try Again", "online self:fail continue", "0 CHECKING_UPDATE 1/0/0");
+    row("deliverables check failed", "online self:fail continue self:none check:fail", "1 =error continue error 0/0/0");
+    row("network back after a failed check", "online self:none check:fail online", "0 CHECKING_UPDATE 1/0/0");
+
+    // Offline, the animation says that the installer goes on by itself once the network is back.
+    row("offline while checking", "online offline", "0 IDS_INSTALLER_ERROR_CONNECT checking error 1/0/0");
+    row("back while checking", "online offline online", "0 CHECKING_UPDATE 2/0/0");
+    row("back after nothing due", "online self:none check:none offline online", "0 CHECKING_UPDATE 1/0/0");
+    row("offline while running", running + " offline", "6 IDS_INSTALLER_ERROR_CONNECT checking error 0/0/1");
+    row("back while running checks again", running + " offline online", "6 CHECKING_UPDATE 0/1/1");
+    row("and runs again", running + " offline online check:due", "5 CHECKING_UPDATE 0/0/2");
+    row("back after completion", running + " done offline online", "7 CHECKING_UPDATE dated 0/1/1");
+    row("a second monitor observes twice", run + " monitor online", "5 CHECKING_UPDATE 0/2/1");
+    row("the licence drops every observer", run + " monitor eula online", "5 =hidden licence 0/0/1");
+
+    // A failed run offers Try Again, which checks and runs again.
+    row("connection refused", running + " fail:refused", "6 =error continue error dated 0/0/1");
+    row("digest mismatch", running + " fail:md5", "6 =error continue error dated 0/0/1");
+    row("privileged deployment failed", running + " fail:privileged", "6 =error continue error dated 0/0/1");
+    row("Try Again after a failed run", running + " fail:md5 continue check:due", "5 CHECKING_UPDATE dated 0/0/2");
+    row("failed while offline", running + " offline fail:md5",
+        "6 IDS_INSTALLER_ERROR_CONNECT checking error dated 0/0/1");
+
+    // Closing asks first until the work is done; the dialog does not pause the engine.
+    row("close asks", "close", "0 IDS_INSTALLER_CHECK_INTERNET alert 0/0/0");
+    row("resume keeps running", running + " close progress resume", "6 IDS_INSTALLER_INSTALLING progress 0/0/1");
+    row("quit while running", running + " close quit", "6 IDS_INSTALLER_INSTALLING progress quit 0/0/1");
+    row("cancel the licence", licence + " cancel quit", "4 =hidden licence quit 0/0/0");
+    row("close when complete quits", running + " done close", "7 IDS_INSTALLER_COMPLETE quit dated 0/0/1");
 }
 
-bool FlowControllerTest::licenceControlsHidden() const
+// With NESTORA_SCREENSHOT_DIR set, each row's screen is also saved there as <row>.png to be looked at.
+void FlowControllerTest::flow()
 {
-    return !m_controller->continueButton()->isVisible() && !m_controller->cancelButton()->isVisible() &&
-           !m_controller->licenseAgreementCheckbox()->isVisible() && !m_controller->licenseScrollView()->isVisible();
-}
+    QFETCH(QString, script);
+    QFETCH(QString, expected);
 
-void FlowControllerTest::waitsForTheNetworkThenFindsNothingDue()
-{
+    for (const QString &event : script.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        play(event);
+        if (QTest::currentTestFailed()) {
+            qWarning("failed at \"%s\"", qPrintable(event));
+            return;
+        }
+    }
+
+    QStringList facts = expected.split(QLatin1Char(' '));
+    QCOMPARE(m_controller->updateStep(), facts.takeFirst().toULongLong());
+    const QString info = facts.takeFirst();
+    QCOMPARE(m_controller->infoScrollView()->isVisible(), info != "=hidden");
+    if (info != "=hidden") {
+        const QString shown = info == "=error" ? KVErrorText(m_lastError) : info == "=empty" ? QString() : text(info);
+        QCOMPARE(m_controller->infoTextView()->string(), shown);
+    }
+    const KVScriptedEngine &engine = *m_engine;
+    QCOMPARE(
+        QStringLiteral("%1/%2/%3").arg(engine.installerChecks.size()).arg(engine.checks.size()).arg(engine.runs.size()),
+        facts.takeLast());
+    QStringList shown = this->facts();
+    facts.sort();
+    shown.sort();
+    QCOMPARE(shown, facts);
     QCOMPARE(m_monitorStarts, 1);
-    QVERIFY(infoShows(text("IDS_INSTALLER_CHECK_INTERNET"), false));
-    QVERIFY(!m_controller->checkingIndicator()->isVisible());
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-    QVERIFY(licenceControlsHidden());
-    QVERIFY(m_engine->installerChecks.isEmpty());
-    QCOMPARE(m_controller->updateStep(), quint64(0));
+    // The licence's controls come and go together: Continue acts once the box is ticked.
+    const KVCheckBox *box = m_controller->licenseAgreementCheckbox();
+    QCOMPARE(box->isVisible(), m_controller->licenseScrollView()->isVisible());
+    if (box->isVisible())
+        QCOMPARE(box->checked(), shown.contains("continue"));
+    // The checking animation runs exactly while it is shown.
+    QCOMPARE(bool(m_controller->checkingIndicatorTimer()), m_controller->checkingIndicator()->isVisible());
+    if (m_controller->checkingIndicator()->isVisible()) {
+        const QString frame = m_controller->checkingIndicator()->image().name();
+        QTRY_VERIFY(m_controller->checkingIndicator()->image().name() != frame);
+    }
 
-    postReachable();
-    QCOMPARE(m_engine->installerChecks.size(), 1);
-    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
-
-    m_engine->installerChecks.takeLast()(nullptr, kNoError);
-    m_engine->checks.takeLast()({}, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(1));
-    QVERIFY(infoShows(QStringLiteral(""), false));
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-    QVERIFY(!m_controller->checkingIndicator()->isVisible());
-    QVERIFY(licenceControlsHidden());
-    QVERIFY(m_engine->sectionRuns.isEmpty());
-}
-
-void FlowControllerTest::sectionUpdateWalksTheSteps()
-{
-    reachStep(0);
-    m_engine->installerChecks.takeLast()(nullptr, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(1));
-    QCOMPARE(m_engine->checks.size(), 1);
-
-    const QList<KVINISectionPtr> due{section("Mac_Application_2.2.0"), section("Smart_Cards")};
-    m_engine->checks.takeLast()(due, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(4));
-    QVERIFY(!m_controller->infoScrollView()->isVisible());
-    QVERIFY(m_controller->cancelButton()->isVisible() && m_controller->licenseScrollView()->isVisible());
-    QVERIFY(!m_controller->licenseAgreementCheckbox()->checked() && !m_controller->continueButton()->isEnabled());
-
-    tickAndContinue();
-    QVERIFY(licenceControlsHidden());
-    QCOMPARE(m_engine->checks.size(), 1);
-    m_engine->checks.takeLast()(due, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(5));
-    QCOMPARE(m_engine->sectionRuns.size(), 1);
-    QCOMPARE(m_engine->sectionRuns.last().sections, due);
-
-    m_engine->sectionRuns.last().progress(0.4f, QVariantMap{{"message", text("IDS_INSTALLER_INSTALLING")}});
-    QCOMPARE(m_controller->updateStep(), quint64(6));
-    QVERIFY(m_controller->progressIndicator()->isVisible());
-    QCOMPARE(m_controller->progressIndicator()->doubleValue(), double(0.4f));
-    QVERIFY(infoShows(text("IDS_INSTALLER_INSTALLING"), false));
-    // A report without a message keeps the last one.
-    m_engine->sectionRuns.last().progress(0.6f, std::nullopt);
-    QVERIFY(infoShows(text("IDS_INSTALLER_INSTALLING"), false));
-
-    QVERIFY(!KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
-    m_engine->sectionRuns.last().completion({}, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(7));
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-    QVERIFY(!m_controller->checkingIndicator()->isVisible());
-    QVERIFY(infoShows(text("IDS_INSTALLER_COMPLETE"), false));
-    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
-}
-
-void FlowControllerTest::selfUpdateWalksTheSteps()
-{
-    reachStep(0);
-    const KVINISectionPtr installer = section("Installer_1.1.0");
-    m_engine->installerChecks.takeLast()(installer, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(1));
-    QCOMPARE(m_engine->installerRuns.size(), 1);
-    QCOMPARE(m_engine->installerRuns.last().sections.first(), installer);
-    QVERIFY(m_engine->checks.isEmpty());
-    QVERIFY(m_controller->progressIndicator()->isVisible());
-
-    m_engine->installerRuns.last().progress(0.5f, QVariantMap{{"message", text("IDS_INSTALLER_UPDATING")}});
-    QCOMPARE(m_controller->updateStep(), quint64(2));
-    QCOMPARE(m_controller->progressIndicator()->doubleValue(), 0.5);
-    QVERIFY(infoShows(text("IDS_INSTALLER_UPDATING"), false));
-
-    m_engine->installerRuns.last().completion({}, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(3));
-    QVERIFY(infoShows(text("IDS_INSTALLER_COMPLETE"), false));
-    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
-}
-
-void FlowControllerTest::checkErrorWaitsForTheNetwork()
-{
-    reachStep(0);
-    m_engine->installerChecks.takeLast()(nullptr, kUnreachableManifest);
-    QCOMPARE(m_controller->updateStep(), quint64(0));
-    QVERIFY(infoShows(KVErrorText(kUnreachableManifest), true));
-    // Try Again, where Continue stands, repeats the check; the deliverables check fails the same way.
-    QVERIFY(m_controller->continueButton()->isVisible() && m_controller->continueButton()->isEnabled());
-    QTest::mouseClick(m_controller->continueButton(), Qt::LeftButton);
-    QTRY_COMPARE(m_engine->installerChecks.size(), 1);
-    m_engine->installerChecks.takeLast()(nullptr, kNoError);
-    m_engine->checks.takeLast()({section("Device_XML")}, kUnreachableManifest);
-    QCOMPARE(m_controller->updateStep(), quint64(1));
-    QVERIFY(infoShows(KVErrorText(kUnreachableManifest), true));
-
-    postReachable();
-    QCOMPARE(m_engine->installerChecks.size(), 1);
-    QCOMPARE(m_controller->updateStep(), quint64(0));
-    QVERIFY(!m_controller->checkingIndicator()->isVisible());
-}
-
-void FlowControllerTest::checkAfterContinueFailingStillRuns()
-{
-    reachStep(4);
-    tickAndContinue();
-    m_engine->checks.takeLast()({}, kUnreachableManifest);
-    QCOMPARE(m_controller->updateStep(), quint64(5));
-    QCOMPARE(m_engine->sectionRuns.size(), 1);
-    QVERIFY(m_engine->sectionRuns.last().sections.isEmpty());
-}
-
-void FlowControllerTest::networkLossAndReturn_data()
-{
-    QTest::addColumn<quint64>("step");
-    QTest::addColumn<int>("installerChecks"); // asked for once the network is back
-    QTest::addColumn<int>("checks");
-    QTest::addColumn<quint64>("stepAfter");
-
-    QTest::newRow("0 checking") << quint64(0) << 1 << 0 << quint64(0);
-    QTest::newRow("1 nothing due") << quint64(1) << 1 << 0 << quint64(0);
-    QTest::newRow("6 running") << quint64(6) << 0 << 1 << quint64(6);
-    QTest::newRow("7 complete") << quint64(7) << 0 << 1 << quint64(7);
-}
-
-void FlowControllerTest::networkLossAndReturn()
-{
-    QFETCH(quint64, step);
-    QFETCH(int, installerChecks);
-    QFETCH(int, checks);
-    QFETCH(quint64, stepAfter);
-
-    reachStep(step);
-    QCOMPARE(m_controller->updateStep(), step);
-    m_engine->installerChecks.clear();
-    m_engine->checks.clear();
-
-    postNotReachable();
-    QCOMPARE(m_controller->updateStep(), step);
-    QVERIFY(infoShows(text("IDS_INSTALLER_ERROR_CONNECT"), true));
-    QVERIFY(m_controller->checkingIndicator()->isVisible());
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-    QVERIFY(licenceControlsHidden());
-    // Animated: the frames move on by themselves.
-    const QString frame = m_controller->checkingIndicator()->image().name();
-    QTRY_VERIFY(m_controller->checkingIndicator()->image().name() != frame);
-
-    postReachable();
-    QVERIFY(!m_controller->checkingIndicator()->isVisible());
-    QVERIFY(!m_controller->checkingIndicatorTimer());
-    QCOMPARE(m_engine->installerChecks.size(), installerChecks);
-    QCOMPARE(m_engine->checks.size(), checks);
-    QCOMPARE(m_controller->updateStep(), stepAfter);
-    QVERIFY(infoShows(text("CHECKING_UPDATE"), false));
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-
-    if (checks) {
-        // A new deliverables check and run follow, and the step goes back to 5.
-        const int runs = int(m_engine->sectionRuns.size());
-        m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
-        QCOMPARE(m_controller->updateStep(), quint64(5));
-        QCOMPARE(m_engine->sectionRuns.size(), runs + 1);
+    const QString folder = qEnvironmentVariable("NESTORA_SCREENSHOT_DIR");
+    if (!folder.isEmpty()) {
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(m_window->grab().save(folder + QStringLiteral("/%1.png").arg(QTest::currentDataTag())));
     }
 }
 
-void FlowControllerTest::doubleMonitorRunsHandlersTwice()
+void FlowControllerTest::licenceByMouseAndKeyboard()
 {
-    // While the licence is shown the monitor is off: nothing moves.
-    reachStep(4);
-    postNotReachable();
-    QVERIFY(m_controller->licenseScrollView()->isVisible());
-    QVERIFY(!m_controller->hasError());
-
-    // Continue observes again; a second add observes twice.
-    tickAndContinue();
-    m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
-    QCOMPARE(m_controller->updateStep(), quint64(5));
-    m_controller->addNetworkMonitor();
-    m_engine->checks.clear();
-    postReachable();
-    QCOMPARE(m_engine->checks.size(), 2);
-
-    // After the licence is shown again the observers are gone, however many there were.
-    m_controller->showEULA();
-    postReachable();
-    QCOMPARE(m_engine->checks.size(), 2);
-}
-
-void FlowControllerTest::runErrorText_data()
-{
-    QTest::addColumn<QString>("domain");
-    QTest::addColumn<qint64>("code");
-    QTest::addColumn<bool>("offlineFirst"); // the first error shown stays
-    QTest::newRow("connection refused") << QStringLiteral("NSURLErrorDomain") << qint64(-1004) << false;
-    QTest::newRow("MD5 mismatch") << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << false;
-    QTest::newRow("privileged deployment") << QStringLiteral("") << qint64(-1) << false;
-    QTest::newRow("MD5 mismatch after going offline")
-        << QStringLiteral("KVUpdateHelperErrorDomain") << qint64(1) << true;
-}
-
-void FlowControllerTest::runErrorText()
-{
-    QFETCH(QString, domain);
-    QFETCH(qint64, code);
-    QFETCH(bool, offlineFirst);
-
-    reachStep(6);
-    if (offlineFirst)
-        postNotReachable();
-    m_engine->sectionRuns.last().completion({}, KVError(domain, code));
-    QCOMPARE(m_controller->updateStep(), quint64(6));
-    QVERIFY(!m_controller->progressIndicator()->isVisible());
-    // Offline, the animation says that the installer goes on by itself once the network is back;
-    // after any other error Try Again does.
-    QCOMPARE(m_controller->checkingIndicator()->isVisible(), offlineFirst);
-    const QString shown = offlineFirst ? text("IDS_INSTALLER_ERROR_CONNECT") : KVErrorText(KVError(domain, code));
-    QVERIFY2(infoShows(shown, true), qPrintable(m_controller->infoTextView()->string()));
-    QVERIFY(KVUserDefaults::standardUserDefaults().dateForKey("InstallerUpdateDate").isValid());
-    if (offlineFirst)
-        return;
-
-    // Try Again repeats the check and the run.
-    QCOMPARE(m_controller->continueButton()->title(), KVLocalizedString(QStringLiteral("IDS_INSTALLER_TRY_AGAIN")));
-    QTest::mouseClick(m_controller->continueButton(), Qt::LeftButton);
-    QTRY_COMPARE(m_engine->checks.size(), 1);
-    m_engine->checks.takeLast()({section("Device_XML")}, kNoError);
-    QCOMPARE(m_engine->sectionRuns.size(), 2);
-}
-
-void FlowControllerTest::checkboxRule_data()
-{
-    QTest::addColumn<int>("clicks");
-    QTest::addColumn<bool>("enabled");
-    QTest::newRow("none") << 0 << false;
-    QTest::newRow("ticked") << 1 << true;
-    QTest::newRow("ticked and unticked") << 2 << false;
-    QTest::newRow("ticked again") << 3 << true;
-}
-
-void FlowControllerTest::checkboxRule()
-{
-    QFETCH(int, clicks);
-    QFETCH(bool, enabled);
-
-    reachStep(4);
-    QSignalSpy changes(m_controller->licenseAgreementCheckbox(), &KVCheckBox::checkedChanged);
-    for (int i = 0; i < clicks; ++i)
-        QTest::mouseClick(m_controller->licenseAgreementCheckbox(), Qt::LeftButton);
-    // The box toggles once per click, by the controller's hand alone.
-    QCOMPARE(changes.size(), clicks);
-    QCOMPARE(m_controller->licenseAgreementCheckbox()->checked(), enabled);
-    QCOMPARE(m_controller->continueButton()->isEnabled(), enabled);
-
-    // A reachable notification in step 4 re-shows the licence: unticked, Continue disabled.
-    m_controller->addNetworkMonitor();
-    postReachable();
-    QCOMPARE(m_controller->updateStep(), quint64(4));
-    QVERIFY(!m_controller->licenseAgreementCheckbox()->checked());
-    QVERIFY(!m_controller->continueButton()->isEnabled());
-    QVERIFY(m_engine->installerChecks.isEmpty());
-}
-
-void FlowControllerTest::licenceLinksOpen()
-{
-    reachStep(4);
-    const KVILinkTextView *textView = m_controller->licenseTextView();
-    const QList<KVILinkTextView::Link> links = textView->links();
-    QCOMPARE(links.size(), 3);
-
-    // A real click on a link opens it; a failed opening is only reported.
-    QTest::mouseClick(m_controller->licenseTextView(), Qt::LeftButton, {},
-                      textView->firstCharacterRect(links[2]).center().toPoint());
-    QCOMPARE(m_openedURLs, QList<QUrl>{links[2].url});
-    QVERIFY(!m_controller->textView(m_controller->licenseTextView(), QUrl(), 0));
-    m_openSucceeds = false;
-    QVERIFY(!m_controller->textView(m_controller->licenseTextView(), links[0].url, 0));
-    QCOMPARE(m_terminations, 0);
-    QVERIFY(m_controller->licenseScrollView()->isVisible());
-}
-
-void FlowControllerTest::licenceByKeyboardAlone()
-{
-    reachStep(4);
+    for (const char *event : {"online", "self:none", "check:due"})
+        play(event);
     m_window->activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
     const auto press = [](Qt::Key key, Qt::KeyboardModifiers modifiers = {}) {
@@ -527,6 +360,14 @@ void FlowControllerTest::licenceByKeyboardAlone()
     // The step's first control has the focus: Continue cannot, while it is disabled.
     QCOMPARE(QApplication::focusWidget(), box);
     QCOMPARE(focusName(), accept);
+    // A click on a link opens it.
+    const KVILinkTextView *textView = m_controller->licenseTextView();
+    const KVILinkTextView::Link link = textView->links().value(2);
+    QTest::mouseClick(m_controller->licenseTextView(), Qt::LeftButton, {},
+                      textView->firstCharacterRect(link).center().toPoint());
+    QCOMPARE(m_openedURLs, QList<QUrl>{link.url});
+    m_openedURLs.clear();
+    box->setFocus();
 
     // Tab walks every control in reading order, each link of the licence on its own.
     QStringList walk;
@@ -575,107 +416,22 @@ void FlowControllerTest::licenceByKeyboardAlone()
     QCOMPARE(m_engine->checks.size(), 1);
 }
 
-void FlowControllerTest::closing_data()
+void FlowControllerTest::alertShowsOnlyTheGivenElements()
 {
-    QTest::addColumn<quint64>("step");
-    QTest::addColumn<bool>("asks");
-    QTest::newRow("0 checking") << quint64(0) << true;
-    QTest::newRow("4 licence") << quint64(4) << true;
-    QTest::newRow("6 running") << quint64(6) << true;
-    QTest::newRow("7 complete") << quint64(7) << false;
-}
-
-void FlowControllerTest::closing()
-{
-    QFETCH(quint64, step);
-    QFETCH(bool, asks);
-
-    reachStep(step);
-    QTest::mouseClick(m_controller->closeButton(), Qt::LeftButton);
-    if (!asks) {
-        QTRY_COMPARE(m_terminations, 1);
-        QVERIFY(!m_controller->alert());
-        return;
-    }
-    QTRY_VERIFY(m_controller->alert());
-    KVIAlertViewController *alert = m_controller->alert();
-    QCOMPARE(m_window->popupView(), alert->view());
-    QCOMPARE(m_terminations, 0);
-
-    // The dialog does not pause the engine: a run's progress still moves the screen.
-    if (step == 6) {
-        m_engine->sectionRuns.last().progress(0.8f, std::nullopt);
-        QCOMPARE(m_controller->progressIndicator()->doubleValue(), double(0.8f));
-    }
-
-    // Resume: the dialog goes, the installer stays.
-    QTest::mouseClick(alert->defaultButton(), Qt::LeftButton);
-    QTRY_VERIFY(!m_controller->alert());
-    QVERIFY(!m_window->popupView());
-    QCOMPARE(m_terminations, 0);
-
-    // Quit, from the cancel button where there is one.
-    if (m_controller->cancelButton()->isVisible())
-        QTest::mouseClick(m_controller->cancelButton(), Qt::LeftButton);
-    else
-        m_controller->closeButtonDidClick();
-    QTRY_VERIFY(m_controller->alert());
-    QTest::mouseClick(m_controller->alert()->alternateButton(), Qt::LeftButton);
-    QTRY_COMPARE(m_terminations, 1);
-    QVERIFY(!m_controller->alert());
-}
-
-void FlowControllerTest::screensAreTidy_data()
-{
-    QTest::addColumn<QString>("screen");
-    for (const char *screen : {"waiting", "checking", "licence", "progress", "complete", "offline", "failed"})
-        QTest::newRow(screen) << QString::fromLatin1(screen);
-}
-
-// Every screen keeps its controls inside the view, clear of each other and of the window buttons.
-// With NESTORA_SCREENSHOT_DIR set, each screen is also saved there as <screen>.png to be looked at.
-void FlowControllerTest::screensAreTidy()
-{
-    QFETCH(QString, screen);
-    if (screen == "checking")
-        reachStep(0);
-    else if (screen == "licence")
-        reachStep(4);
-    else if (screen == "progress")
-        reachStep(6);
-    else if (screen == "complete")
-        reachStep(7);
-    else if (screen == "offline")
-        postNotReachable();
-    else if (screen == "failed") {
-        reachStep(6);
-        m_engine->sectionRuns.last().completion({}, KVError(QStringLiteral("KVUpdateHelperErrorDomain"), 1));
-    }
-
-    QList<QWidget *> shown;
-    const QList<QWidget *> outlets{
-        m_controller->infoScrollView(),    m_controller->licenseScrollView(), m_controller->licenseAgreementCheckbox(),
-        m_controller->continueButton(),    m_controller->cancelButton(),      m_controller->progressIndicator(),
-        m_controller->checkingIndicator(), m_controller->minimizeButton(),    m_controller->closeButton()};
-    for (QWidget *outlet : outlets) {
-        if (outlet->isVisible())
-            shown.append(outlet);
-    }
-    const QRect bounds = m_controller->view()->rect();
-    for (int i = 0; i < shown.size(); ++i) {
-        QVERIFY2(bounds.contains(shown[i]->geometry()), shown[i]->metaObject()->className());
-        for (int j = i + 1; j < shown.size(); ++j) {
-            QVERIFY2(!shown[i]->geometry().intersects(shown[j]->geometry()),
-                     qPrintable(QStringLiteral("%1 overlaps %2")
-                                    .arg(shown[i]->metaObject()->className(), shown[j]->metaObject()->className())));
-        }
-    }
-
-    const QString folder = qEnvironmentVariable("NESTORA_SCREENSHOT_DIR");
-    if (!folder.isEmpty()) {
-        QTest::qWait(100); // a frame or two of the animations
-        QVERIFY(QDir().mkpath(folder));
-        QVERIFY(m_window->grab().save(folder + QStringLiteral("/%1.png").arg(screen)));
+    for (const QString &given : {QString(), QStringLiteral("Quit")}) {
+        KVIWindow window;
+        KVIAlertViewController alert(&window, given,
+                                     QStringLiteral("Do you want to stop and quit? Nothing is changed."),
+                                     QStringLiteral("Resume"), given, given);
+        QCOMPARE(alert.messageTextField()->isHidden(), given.isNull());
+        QCOMPARE(alert.alternateButton()->isHidden(), given.isNull());
+        QCOMPARE(alert.additionalCheckbox()->isHidden(), given.isNull());
+        alert.additionalCheckboxDidClick();
+        QVERIFY(alert.additionalCheckboxChecked());
+        // The body is measured, not cut: it holds its wrapped text.
+        const KVTextView *body = alert.informativeTextView();
+        QVERIFY(body->height() >=
+                KVTextMeasure::heightWithString(body->string(), body->attributes(), body->width()) - 1);
     }
 }
 
