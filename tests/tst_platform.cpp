@@ -1,3 +1,5 @@
+#include "App/Model/KVNetworkHelper.h"
+#include "Core/Extensions/KVNotificationCenter.h"
 #include "KVTestFiles.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
@@ -9,13 +11,55 @@
 #include <QDir>
 #include <QFile>
 
+namespace {
+
+// A reachability source the test sets by hand.
+class FakeReachabilitySource : public KVReachabilitySource
+{
+public:
+    explicit FakeReachabilitySource(KVReachabilityStatus status)
+        : m_status(status)
+    {}
+    KVReachabilityStatus status() const override { return m_status; }
+    QString name() const override { return QStringLiteral("fake source"); }
+    void change(KVReachabilityStatus status)
+    {
+        m_status = status;
+        Q_EMIT statusMayHaveChanged();
+    }
+
+private:
+    KVReachabilityStatus m_status;
+};
+
+} // namespace
+
 // The platform layer: property lists keep their types, the user-defaults store layers the
-// registration domain under the user's values, bundles and system versions read right.
+// registration domain under the user's values, bundles and system versions read right; and what
+// the network monitor tells the installer: a first report right after it starts, observed by
+// whoever adds its observers just after creating it, then one report per real change.
 class PlatformTest : public QObject
 {
     Q_OBJECT
+
+    QObject m_observer;
+    // "R" for each reachable, "N" for each not-reachable notification, in order.
+    QString m_reports;
+
+    void observe()
+    {
+        auto &center = KVNotificationCenter::defaultCenter();
+        center.addObserver(&m_observer, KVNetworkReachableNotification, [this](const auto &) { m_reports += 'R'; });
+        center.addObserver(&m_observer, KVNetworkNotReachableNotification, [this](const auto &) { m_reports += 'N'; });
+    }
+
 private Q_SLOTS:
-    void init() { KVTestSandbox::current().reset(); }
+    void init()
+    {
+        KVTestSandbox::current().reset();
+        m_reports.clear();
+    }
+    void cleanup() { KVNotificationCenter::defaultCenter().removeObserver(&m_observer); }
     void propertyListsKeepTypes()
     {
         const QDateTime date = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
@@ -169,6 +213,49 @@ private Q_SLOTS:
         qunsetenv("NESTORA_APPLICATIONS_DIR");
         QCOMPARE(KVStandardPaths::applicationsDirectory(), QStringLiteral("/opt"));
         qputenv("NESTORA_APPLICATIONS_DIR", sandbox.applicationsDirectory().toUtf8());
+    }
+
+    void reportsOncePerChange_data()
+    {
+        QTest::addColumn<QList<int>>("statuses"); // the first at the start, then one change signal each
+        QTest::addColumn<QString>("reports");
+        QTest::newRow("nothing to watch: reachable, once") << QList<int>{} << "R";
+        QTest::newRow("started offline, then a route appears") << QList<int>{0, 0, 2} << "NR";
+        QTest::newRow("unknown counts as offline") << QList<int>{-1, 2, -1} << "NRN";
+        QTest::newRow("signals without a change report nothing") << QList<int>{2, 2, 2} << "R";
+        QTest::newRow("unknown after offline is no change") << QList<int>{0, -1, 0} << "N";
+        QTest::newRow("cellular to Wi-Fi is no change") << QList<int>{1, 2, 1} << "R";
+        QTest::newRow("back and forth") << QList<int>{2, 0, 2, 0} << "RNRN";
+    }
+    void reportsOncePerChange()
+    {
+        QFETCH(QList<int>, statuses);
+        QFETCH(QString, reports);
+        std::unique_ptr<FakeReachabilitySource> source;
+        if (!statuses.isEmpty())
+            source = std::make_unique<FakeReachabilitySource>(KVReachabilityStatus(statuses.takeFirst()));
+        FakeReachabilitySource *feed = source.get();
+        KVNetworkHelper helper(std::move(source));
+        observe();
+        QTRY_COMPARE(m_reports.size(), 1);
+        for (int status : std::as_const(statuses))
+            feed->change(KVReachabilityStatus(status));
+        QCoreApplication::processEvents();
+        QCOMPARE(m_reports, reports);
+    }
+
+    // The machine's own source (the routing table here, where no network manager runs) starts and
+    // gives exactly one first report.
+    void systemSourceGivesOneFirstReport()
+    {
+        std::unique_ptr<KVReachabilitySource> source = KVReachabilitySource::systemSource();
+        QVERIFY(source);
+        KVNetworkHelper helper(std::move(source));
+        observe();
+        QTRY_COMPARE(m_reports.size(), 1);
+        Q_EMIT helper.reachabilityManager()->statusMayHaveChanged();
+        QCoreApplication::processEvents();
+        QCOMPARE(m_reports.size(), 1);
     }
 };
 
