@@ -3,6 +3,7 @@
 #include "KVTestFiles.h"
 #include "KVTestHost.h"
 #include "KVTestHttpServer.h"
+#include "KVTestInstallation.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
@@ -12,11 +13,6 @@
 #include <QFile>
 
 namespace {
-
-QString applicationPath()
-{
-    return KVTestSandbox::current().applicationsDirectory() + QStringLiteral("/Nestora.app");
-}
 
 // Installed state as the data rows give it: "absent", "file", "no version", "no Info.plist",
 // "unreadable Info.plist", "no program" or a CFBundleVersion.
@@ -39,13 +35,6 @@ void install(const QString &path, const QString &state)
         QVERIFY(KVTestFiles::writeFile(infoPath, "<?xml version=\"1.0\"?><plist><dict><key>CFBundleVersion"));
     else if (state != QLatin1String("no Info.plist"))
         QVERIFY(KVPropertyList::writeDictionary(infoPath, info));
-}
-
-void writeHistory(const QVariantMap &history)
-{
-    const QString path = KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/UpdateHistory.plist");
-    QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-    QVERIFY(KVPropertyList::writeDictionary(path, history));
 }
 
 // The names of the sections that are not null.
@@ -177,7 +166,7 @@ private Q_SLOTS:
         QFETCH(QString, installed);
         QFETCH(QString, due);
 
-        install(applicationPath(), installed);
+        install(KVTestInstallation::applicationPath(), installed);
         expectDecision(
             manifest, [](KVUpdateHelper &engine) { return QList{engine.checkAppUpdate()}; },
             due.isEmpty() ? QStringList() : QStringList{due});
@@ -203,8 +192,7 @@ private Q_SLOTS:
         QFETCH(QString, installedBackup);
         QFETCH(QStringList, due);
 
-        install(KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora/PlugIns/Backup.vexaplugin"),
-                installedBackup);
+        install(KVTestInstallation::pluginFolder() + QStringLiteral("/Backup.vexaplugin"), installedBackup);
         plugIns << QStringLiteral("orphan"); // its release section is missing: never due
         expectDecision(
             "[Mac_Module_Backup]\nLatestVersion=Mac_Module_Backup_1.2\n[Mac_Module_Backup_1.2]\nURL=a\n"
@@ -243,7 +231,7 @@ private Q_SLOTS:
         QFETCH(QVariantMap, history);
         QFETCH(QStringList, due);
 
-        writeHistory(history);
+        QVERIFY(KVTestInstallation::writeHistory(history));
         expectDecision(
             manifest,
             [](KVUpdateHelper &engine) {
@@ -301,8 +289,8 @@ private Q_SLOTS:
         QFETCH(QStringList, launchArguments);
 
         if (due.isEmpty()) // an installed application is never due: it has no version
-            QVERIFY(KVTestCompanion::install(applicationPath()));
-        writeHistory(history);
+            QVERIFY(KVTestCompanion::install(KVTestInstallation::applicationPath()));
+        QVERIFY(KVTestInstallation::writeHistory(history));
         m_server.setResponse(QStringLiteral("/manifest.ini"), {status, manifest, {}, {}, 0});
         KVUserDefaults::standardUserDefaults().setObject(QStringLiteral("InstallerLastLaunchDate"),
                                                          QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
