@@ -121,15 +121,15 @@ private slots:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<qsizetype>("chunkSize");
         QTest::addColumn<bool>("redirected");
-        QTest::addColumn<bool>("encoded"); // sent gzip-encoded, and expected at the body's size
+        QTest::addColumn<QByteArray>("encoding"); // the Content-Encoding sent; encoded, the body's size is expected
 
-        QTest::newRow("file in pieces") << patternedBody(3 * 1024 * 1024 + 17) << qsizetype(64 * 1024) << false
-                                        << false;
+        const QByteArray large = patternedBody(3 * 1024 * 1024 + 17);
+        QTest::newRow("file in pieces") << large << qsizetype(64 * 1024) << false << QByteArray();
         QTest::newRow("zero bytes, no destination: a new file in the temporary folder")
-            << QByteArray() << qsizetype(0) << false << false;
-        QTest::newRow("behind a redirect") << patternedBody(70000) << qsizetype(0) << true << false;
-        QTest::newRow("gzip-encoded, expected size")
-            << patternedBody(3 * 1024 * 1024 + 17) << qsizetype(1024) << false << true;
+            << QByteArray() << qsizetype(0) << false << QByteArray();
+        QTest::newRow("behind a redirect") << patternedBody(70000) << qsizetype(0) << true << QByteArray();
+        QTest::newRow("gzip-encoded") << large << qsizetype(1024) << false << QByteArray("gzip");
+        QTest::newRow("deflate-encoded") << large << qsizetype(0) << false << QByteArray("deflate");
     }
 
     void downloadsIntoTheDestination()
@@ -137,18 +137,22 @@ private slots:
         QFETCH(QByteArray, body);
         QFETCH(qsizetype, chunkSize);
         QFETCH(bool, redirected);
-        QFETCH(bool, encoded);
+        QFETCH(QByteArray, encoding);
 
+        // qCompress() writes the length, then a zlib stream: what "deflate" names.
+        const QByteArray sent = encoding == "gzip" ? gzipped(body) : encoding.isEmpty() ? body : qCompress(body).mid(4);
+        QList<std::pair<QByteArray, QByteArray>> headers;
+        if (!encoding.isEmpty())
+            headers.append({"Content-Encoding", encoding});
         KVTestHttpServer server;
-        server.setResponse("/file.zip", {200, encoded ? gzipped(body) : body,
-                                         encoded ? kGzipHeader : QList<std::pair<QByteArray, QByteArray>>(),
-                                         KVTestHttpServer::Behaviour::Answer, chunkSize});
+        server.setResponse("/file.zip", {200, sent, headers, KVTestHttpServer::Behaviour::Answer, chunkSize});
         server.setRedirect("/moved.zip", server.url("/file.zip"));
         const bool named = !body.isEmpty();
         const QString destination = named ? temporaryFolder() + QStringLiteral("/download.zip") : QString();
 
         const QUrl url = server.url(redirected ? QStringLiteral("/moved.zip") : QStringLiteral("/file.zip"));
-        const auto result = download(url, destination, encoded ? std::optional(qint64(body.size())) : std::nullopt);
+        const auto result =
+            download(url, destination, encoding.isEmpty() ? std::nullopt : std::optional(qint64(body.size())));
 
         QVERIFY2(!result->error, qPrintable(result->error.description()));
         const QString name = QFileInfo(result->path).fileName();
@@ -177,51 +181,60 @@ private slots:
     {
         QTest::addColumn<KVTestHttpServer::Response>("response");
         QTest::addColumn<qint64>("expectedSize"); // 0: none
-        QTest::addColumn<bool>("fullDisk");
+        QTest::addColumn<QString>("place");       // of the file: "" the temporary folder, "full disk", "no folder"
         QTest::addColumn<QString>("domain");
         QTest::addColumn<qint64>("code");
-
         using R = KVTestHttpServer::Response;
         using B = KVTestHttpServer::Behaviour;
+        // File errors have positive codes, URL errors negative ones.
+        const auto row = [](const char *name, const R &response, qint64 expectedSize, const char *place, qint64 code) {
+            QTest::newRow(name) << response << expectedSize << QString::fromLatin1(place)
+                                << (code > 0 ? KVCocoaErrorDomain : KVURLErrorDomain) << code;
+        };
+
         const QByteArray body = patternedBody(200000);
-        const QString url = KVURLErrorDomain;
-        QTest::newRow("404") << R{404, "no such file", {}, {}, 0} << qint64(0) << false << url << qint64(-1011);
-        QTest::newRow("dropped halfway") << R{200, body, {}, B::DropHalfway, 0} << qint64(0) << false << url
-                                         << qint64(-1005);
-        QTest::newRow("stalled") << R{200, body, {}, B::Stall, 0} << qint64(0) << false << url << qint64(-1001);
-        QTest::newRow("full disk") << R{200, patternedBody(2 << 20), {}, B::Answer, 128 << 10} << qint64(0) << true
-                                   << KVCocoaErrorDomain << qint64(KVFileWriteOutOfSpaceError);
+        const QByteArray large = patternedBody(8 << 20);
+        row("404", R{404, "no such file", {}, {}, 0}, 0, "", KVURLErrorBadServerResponse);
+        row("dropped halfway", R{200, body, {}, B::DropHalfway, 0}, 0, "", KVURLErrorNetworkConnectionLost);
+        row("stalled", R{200, body, {}, B::Stall, 0}, 0, "", KVURLErrorTimedOut);
+        row("full disk", R{200, patternedBody(2 << 20), {}, B::Answer, 128 << 10}, 0, "full disk",
+            KVFileWriteOutOfSpaceError);
+        row("folder missing", R{200, body, {}, B::Answer, 0}, 0, "no folder", KVFileWriteUnknownError);
         // The stream is cut, but the length sent agrees with the cut stream.
-        QTest::newRow("gzip cut short") << R{200, gzipped(body).left(1000), kGzipHeader, B::Answer, 0} << qint64(0)
-                                        << false << url << qint64(-1005);
-        QTest::newRow("gzip cut short, expected size") << R{200, gzipped(body).left(1000), kGzipHeader, B::Answer, 0}
-                                                       << qint64(body.size()) << false << url << qint64(-1005);
-        QTest::newRow("shorter than expected")
-            << R{200, body, {}, B::Answer, 0} << qint64(body.size() + 1) << false << url << qint64(-1005);
-        QTest::newRow("longer than expected") << R{200, patternedBody(8 << 20), {}, B::Answer, 64 << 10}
-                                              << qint64(body.size()) << false << url << qint64(-1103);
-        QTest::newRow("gzip longer than expected") << R{200, gzipped(patternedBody(8 << 20)), kGzipHeader, B::Answer, 0}
-                                                   << qint64(body.size()) << false << url << qint64(-1103);
-        QTest::newRow("unknown encoding")
-            << R{200, body, {{"Content-Encoding", "br"}}, B::Answer, 0} << qint64(0) << false << url << qint64(-1016);
+        row("gzip cut short", R{200, gzipped(body).left(1000), kGzipHeader, B::Answer, 0}, 0, "",
+            KVURLErrorNetworkConnectionLost);
+        row("gzip cut short, expected size", R{200, gzipped(body).left(1000), kGzipHeader, B::Answer, 0}, body.size(),
+            "", KVURLErrorNetworkConnectionLost);
+        row("gzip garbage", R{200, body, kGzipHeader, B::Answer, 0}, 0, "", KVURLErrorCannotDecodeContentData);
+        row("bytes after the gzip stream", R{200, gzipped(body) + "tail", kGzipHeader, B::Answer, 0}, 0, "",
+            KVURLErrorCannotDecodeContentData);
+        row("shorter than expected", R{200, body, {}, B::Answer, 0}, body.size() + 1, "",
+            KVURLErrorNetworkConnectionLost);
+        row("longer than expected", R{200, large, {}, B::Answer, 64 << 10}, body.size(), "",
+            KVURLErrorDataLengthExceedsMaximum);
+        row("gzip longer than expected", R{200, gzipped(large), kGzipHeader, B::Answer, 0}, body.size(), "",
+            KVURLErrorDataLengthExceedsMaximum);
+        row("unknown encoding", R{200, body, {{"Content-Encoding", "br"}}, B::Answer, 0}, 0, "",
+            KVURLErrorCannotDecodeContentData);
     }
 
     void failedDownloadLeavesNoFile()
     {
         QFETCH(KVTestHttpServer::Response, response);
         QFETCH(qint64, expectedSize);
-        QFETCH(bool, fullDisk);
+        QFETCH(QString, place);
         QFETCH(QString, domain);
         QFETCH(qint64, code);
 
         std::unique_ptr<KVTestMount> disk;
-        if (fullDisk && !(disk = KVTestMount::tmpfs(temporaryFolder(), 512 * 1024)))
+        if (place == "full disk" && !(disk = KVTestMount::tmpfs(temporaryFolder(), 512 * 1024)))
             QSKIP("mounting a small file system needs root");
         KVUpdateHelper::setNetworkTimeout(300ms);
         KVTestHttpServer server;
         server.setResponse("/file.zip", response);
 
-        const auto result = download(server.url("/file.zip"), temporaryFolder() + QStringLiteral("/file.zip"),
+        const QString folder = temporaryFolder() + (place == "no folder" ? QStringLiteral("/missing") : QString());
+        const auto result = download(server.url("/file.zip"), folder + QStringLiteral("/file.zip"),
                                      expectedSize > 0 ? std::optional(expectedSize) : std::nullopt);
 
         QVERIFY2(result->error.domain() == domain && result->error.code() == code,
