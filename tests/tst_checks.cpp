@@ -242,56 +242,47 @@ private Q_SLOTS:
 
     void asynchronousCheck_data()
     {
-        QTest::addColumn<bool>("installer"); // the installer's own check, else the deliverables check
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("manifest");
+        QTest::addColumn<bool>("installer");      // the installer's own check, else the deliverables check
+        QTest::addColumn<QByteArray>("manifest"); // null: none is served
         QTest::addColumn<QVariantMap>("history");
         QTest::addColumn<QStringList>("due");
-        QTest::addColumn<KVError>("error");
         QTest::addColumn<QStringList>("launchArguments"); // empty: the application is installed but not launched
+        const auto row = [](const char *name, bool installer, const QByteArray &manifest, const QVariantMap &history,
+                            const QStringList &due, const QStringList &launchArguments) {
+            QTest::newRow(name) << installer << manifest << history << due << launchArguments;
+        };
 
-        const QByteArray installer =
-            "[Mac_Installer]\n1.0.0=Mac_Installer_1.1.0\n[Mac_Installer_1.1.0]\nOSSupport=All\n";
-        const KVError missing(KVURLErrorDomain, KVURLErrorConnectionFailed, {{KVHTTPStatusKey, 404}});
-        QTest::newRow("installer due") << true << 200 << installer << QVariantMap()
-                                       << QStringList{"Mac_Installer_1.1.0"} << KVError() << QStringList();
-        QTest::newRow("installer, manifest missing")
-            << true << 404 << installer << QVariantMap() << QStringList() << missing << QStringList();
-        QTest::newRow("installer, manifest empty")
-            << true << 200 << QByteArray() << QVariantMap() << QStringList()
-            << KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable) << QStringList();
         // Listed in another order than the check reports them.
         const QByteArray dataItems =
             "[Smart_Cards]\nLatestVersion=1\n[Device_Icon]\nLatestVersion=1\n[Device_XML]\nLatestVersion=2\n";
-        QTest::newRow("sections in order")
-            << false << 200
-            << dataItems + "[Mac_Application]\nLatestVersion=Mac_Application_9.0\n[Mac_Application_9.0]\nURL=a\n"
-            << QVariantMap{{"Device_XML", "1"}}
-            << QStringList{"Mac_Application_9.0", "Device_XML", "Device_Icon", "Smart_Cards"} << KVError()
-            << QStringList();
-        QTest::newRow("failure launches nothing")
-            << false << 404 << QByteArray() << QVariantMap() << QStringList() << missing << QStringList();
-        QTest::newRow("nothing due hands over to the application")
-            << false << 200
-            << "[Mac_Application]\nLatestVersion=Mac_Application_0.0.1\n[Mac_Application_0.0.1]\nURL=a\n" + dataItems
-            << QVariantMap{{"Device_XML", "2"}, {"Device_Icon", "1"}, {"Smart_Cards", "1"}} << QStringList()
-            << KVError() << QStringList{"-KVWindowOrigin", "40", "60", "-InstallerLaunchDate", "1700000000"};
+        row("installer due", true, "[Mac_Installer]\n1.0.0=Mac_Installer_1.1.0\n[Mac_Installer_1.1.0]\nOSSupport=All\n",
+            {}, {"Mac_Installer_1.1.0"}, {});
+        row("installer, manifest missing", true, {}, {}, {}, {});
+        row("sections in order", false,
+            dataItems + "[Mac_Application]\nLatestVersion=Mac_Application_9.0\n[Mac_Application_9.0]\nURL=a\n",
+            {{"Device_XML", "1"}}, {"Mac_Application_9.0", "Device_XML", "Device_Icon", "Smart_Cards"}, {});
+        row("failure launches nothing", false, {}, {}, {}, {});
+        row("nothing due hands over to the application", false,
+            "[Mac_Application]\nLatestVersion=Mac_Application_0.0.1\n[Mac_Application_0.0.1]\nURL=a\n" + dataItems,
+            {{"Device_XML", "2"}, {"Device_Icon", "1"}, {"Smart_Cards", "1"}}, {},
+            {"-KVWindowOrigin", "40", "60", "-InstallerLaunchDate", "1700000000"});
     }
 
     void asynchronousCheck()
     {
         QFETCH(bool, installer);
-        QFETCH(int, status);
         QFETCH(QByteArray, manifest);
         QFETCH(QVariantMap, history);
         QFETCH(QStringList, due);
-        QFETCH(KVError, error);
         QFETCH(QStringList, launchArguments);
+        const KVError error = manifest.isNull()
+                                  ? KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, {{KVHTTPStatusKey, 404}})
+                                  : KVError();
 
         if (due.isEmpty()) // an installed application is never due: it has no version
             QVERIFY(KVTestCompanion::install(KVTestInstallation::applicationPath()));
         QVERIFY(KVTestInstallation::writeHistory(history));
-        m_server.setResponse(QStringLiteral("/manifest.ini"), {status, manifest, {}, {}, 0});
+        m_server.setResponse(QStringLiteral("/manifest.ini"), {manifest.isNull() ? 404 : 200, manifest, {}, {}, 0});
         KVUserDefaults::standardUserDefaults().setObject(QStringLiteral("InstallerLastLaunchDate"),
                                                          QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
         KVUpdateHelper engine(m_server.url(QStringLiteral("/manifest.ini")));

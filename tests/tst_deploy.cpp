@@ -83,17 +83,12 @@ private slots:
         m_resources = bundle + QStringLiteral("/Contents/Resources");
         KVBundle::setMainBundlePath(bundle);
         KVPrivilegeHelper::setElevator(QStringLiteral(NESTORA_TEST_DATA_DIR "/elevator-standin.sh"));
-    }
-
-    void init()
-    {
-        sandbox().reset();
-        QFile::remove(settingsPath());
         QDir().mkpath(m_resources);
-        QFile::remove(m_resources + QStringLiteral("/Install.sh"));
         QVERIFY(QFile::copy(QStringLiteral(NESTORA_SOURCE_DIR "/Resources/Install.sh"),
                             m_resources + QStringLiteral("/Install.sh")));
     }
+
+    void init() { sandbox().reset(); }
 
     void cleanup()
     {
