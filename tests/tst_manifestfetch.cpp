@@ -1,3 +1,4 @@
+#include "App/Model/KVMinisign.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "KVTestFiles.h"
 #include "KVTestHttpServer.h"
@@ -73,6 +74,54 @@ private Q_SLOTS:
             QVERIFY(KVTestFiles::writeFile(path, testServerFile));
 
         QCOMPARE(KVUpdateHelper(KVUpdateHelper::testServerUpdateURL()).updateURL().toString(), expectedURL);
+    }
+
+    // Known answers of the minisign tool (key pair made with -G, "hello\n" signed with -t "tc here").
+    void readsSignatureFormat_data()
+    {
+        QTest::addColumn<QByteArray>("publicKey");
+        QTest::addColumn<QByteArray>("signature");
+        QTest::addColumn<bool>("verifies");
+
+        const QByteArray key = "untrusted comment: minisign public key ED3CA3DE65935A75\n"
+                               "RWR1WpNl3qM87Y85KMnHZhd/uw4EU1T8W2USVBNemK1CPA8mumjqexTB\n";
+        const QByteArray line =
+            "RUR1WpNl3qM87ZXRYx6t9o0hTbO2hMvDdkCg95XriJerqVmlx7DyT8DKIt38Au596XlHa9fRRCwY97sUED5zBk8gRdjk"
+            "EiS2xQo=";
+        const QByteArray global =
+            "OTH4mFjxjzO3SlorhGDsuFgChNzXrSCgskjxrJx5apybQtwHw7ATfXjPfkvBSTa1w27l9+g+dTNjr50LVqUqDQ==";
+        const QByteArray good = "untrusted comment: any\n" + line + "\ntrusted comment: tc here\n" + global + "\n";
+        QTest::newRow("as the tool writes it") << key << good << true;
+        QTest::newRow("key line alone, no final line end") << key.split('\n')[1] << good.chopped(1) << true;
+        QTest::newRow("CRLF") << QByteArray(key).replace("\n", "\r\n") << QByteArray(good).replace("\n", "\r\n")
+                              << true;
+        QTest::newRow("another key") << QByteArray("RWSCsS1zbtEX8xILs3qczuBdRlH7QG2YJDJBwW0Lizb4MzEE1ktJ5Nem") << good
+                                     << false;
+        QTest::newRow("trusted comment altered") << key << QByteArray(good).replace("tc here", "tc hero") << false;
+        QTest::newRow("no trusted comment") << key << "untrusted comment: any\n" + line + "\n" + global + "\n" << false;
+        QTest::newRow("legacy kind") << key << QByteArray(good).replace("RUR1", "RWR1") << false;
+        QTest::newRow("cut base64") << key << QByteArray(good).replace(line, line.left(60)) << false;
+        QTest::newRow("cut key") << key.left(80) << good << false;
+    }
+
+    void readsSignatureFormat()
+    {
+        QFETCH(QByteArray, publicKey);
+        QFETCH(QByteArray, signature);
+        QFETCH(bool, verifies);
+
+        const KVResult<KVMinisign::PublicKey> key = KVMinisign::PublicKey::fromText(publicKey);
+        const KVResult<KVMinisign::Signature> parsed = KVMinisign::Signature::fromText(signature);
+        const bool verified = key && parsed && parsed->verify("hello\n", *key).ok();
+        QCOMPARE(verified, verifies);
+        if (verifies) {
+            QCOMPARE(KVMinisign::keyIdText(key->keyId), QStringLiteral("ED3CA3DE65935A75"));
+            QCOMPARE(parsed->trustedComment, QStringLiteral("tc here"));
+            QVERIFY(!parsed->verify("hello", *key)); // one byte less
+            // Written back, it is the tool's file again.
+            QCOMPARE(parsed->toText(),
+                     QByteArray(signature).replace("\r", "").append(signature.endsWith('\n') ? "" : "\n"));
+        }
     }
 
     void fetchesOnceAndReuses()

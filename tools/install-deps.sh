@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-l10n-tools qt6-tools-dev qt6-tools-dev-tools libqt6svg6
   libgl-dev libxkbcommon-dev
-  libspdlog-dev libfmt-dev libplist-dev zlib1g-dev
+  libspdlog-dev libfmt-dev libplist-dev zlib1g-dev libsodium-dev minisign
   gcovr clang-format clang-tidy
   unzip zip python3 nginx-light xvfb xauth pkexec procps ccache curl time openssl iproute2
   fonts-inter fontconfig

@@ -58,6 +58,7 @@ enum KVUpdateHelperErrorCode : qint64 {
     KVUpdateHelperErrorLaunchFailed = 4,          // the application could not be started
     KVUpdateHelperErrorInstallScriptUnusable = 5, // the bundle's install script is missing or not executable
     KVUpdateHelperErrorInvalidArchive = 6,        // a verified archive that must not be unpacked or deployed
+    KVUpdateHelperErrorManifestUnverified = 7,    // the manifest's signature, serial or expiry is not good
 };
 
 // An error value: domain, code and user info, or nothing at all (the null error means success).
