@@ -17,3 +17,8 @@ void KVINISection::addItemWithKey(const QString &key, const QString &value)
 {
     m_items.append(KVINIItem(key, value));
 }
+
+QString KVINISection::releaseVersion(const QString &sectionName)
+{
+    return sectionName.section(QLatin1Char('_'), -1);
+}

@@ -25,6 +25,11 @@ public:
 
     QString description() const { return m_name; }
 
+    // The version a release section carries: the last "_"-part of its name ("2.2.0" of
+    // "Mac_Application_2.2.0").
+    QString releaseVersion() const { return releaseVersion(m_name); }
+    static QString releaseVersion(const QString &sectionName);
+
 private:
     QString m_name;
     QList<KVINIItem> m_items;

@@ -9,12 +9,6 @@
 namespace {
 const QLatin1String kLatestVersionPrefix("LatestVersion_");
 
-// A release section's version: the last "_"-part of its name.
-QString releaseVersion(const QString &sectionName)
-{
-    return sectionName.section(QLatin1Char('_'), -1);
-}
-
 // The release an application or plug-in index points at on this system: its "Debug" choice, else
 // its "LatestVersion_<system>" entry, else the value of its last item that is not per-system.
 QString releaseNameOfIndex(const KVINISection &index)
@@ -37,7 +31,8 @@ bool isBundleReleaseDue(const QString &installedPath, const QString &releaseName
     if (!QFileInfo::exists(installedPath))
         return true;
     const std::optional<KVBundle> installed = KVBundle::bundleWithPath(installedPath);
-    return !installed || compareVersion(installed->bundleVersion(), releaseVersion(releaseName)) == KVOrderedAscending;
+    return !installed ||
+           compareVersion(installed->bundleVersion(), KVINISection::releaseVersion(releaseName)) == KVOrderedAscending;
 }
 
 // An application that cannot start counts as not installed, so that it is offered and repaired:
@@ -123,11 +118,11 @@ KVINISectionPtr KVUpdateHelper::checkInstallerUpdate()
             return nullptr;
         }
     }
-    if (compareVersion(installedVersion, releaseVersion(target->name())) != KVOrderedAscending)
+    if (compareVersion(installedVersion, target->releaseVersion()) != KVOrderedAscending)
         return nullptr;
     // A build once swapped in (or found broken) that is still newer than this installer was
     // published under the wrong version: updating to it again would never end.
-    if (KVInstallerRelaunch::wasTried(releaseVersion(target->name()))) {
+    if (KVInstallerRelaunch::wasTried(target->releaseVersion())) {
         KVLogError("%@: the installer %@ was installed once already, yet this installer is %@: the publication is "
                    "mislabelled or broken; going on without it",
                    kClassName, target->name(), installedVersion);

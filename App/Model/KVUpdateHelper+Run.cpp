@@ -1,3 +1,4 @@
+#include "App/Model/KVInstallerUpdateRun.h"
 #include "App/Model/KVSectionUpdateRun.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVLocalizedString.h"
@@ -13,5 +14,14 @@ void KVUpdateHelper::updateWithSections(const QList<KVINISectionPtr> &sections, 
     m_queue->async([this, sections, progressHandler = std::move(progressHandler),
                     completionHandler = std::move(completionHandler)] {
         KVSectionUpdateRun(*this, sections, progressHandler, completionHandler).run();
+    });
+}
+
+void KVUpdateHelper::updateInstaller(const KVINISectionPtr &section, KVProgressHandler progressHandler,
+                                     KVUpdateCompletionHandler completionHandler)
+{
+    m_queue->async([this, section, progressHandler = std::move(progressHandler),
+                    completionHandler = std::move(completionHandler)] {
+        KVInstallerUpdateRun(*this, section, progressHandler, completionHandler).run();
     });
 }

@@ -144,15 +144,14 @@ public:
     // old one at KVInstallerRelaunch::previousBundlePath() until the relaunched one confirms. Always true.
     static bool deployInstaller(const QString &newBundle, const QString &runningBundle, KVError *error);
 
-    // ---- Update runs (KVUpdateHelper+Run.cpp, KVUpdateHelper+SelfUpdate.cpp) -----------------
+    // ---- Update runs (KVUpdateHelper+Run.cpp) ------------------------------------------------
 
+    // A KVSectionUpdateRun on the queue.
     void updateWithSections(const QList<KVINISectionPtr> &sections, KVProgressHandler progressHandler,
                             KVUpdateCompletionHandler completionHandler) override;
+    // A KVInstallerUpdateRun on the queue.
     void updateInstaller(const KVINISectionPtr &section, KVProgressHandler progressHandler,
                          KVUpdateCompletionHandler completionHandler) override;
-    void launchInstaller();
-    // "-KVWindowOrigin" with the top-right place of the window, then the host's own arguments.
-    QStringList relaunchArguments();
 
     // ---- Launching (KVUpdateHelper+Launch.cpp) -----------------------------------------------
 
