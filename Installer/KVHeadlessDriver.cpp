@@ -6,13 +6,10 @@
 #include "Core/Extensions/KVNotificationCenter.h"
 #include "Core/Logging/KVLog.h"
 #include "Installer/KVCommandLine.h"
-#include "Installer/KVLogSetup.h"
+#include "Installer/KVInstallerStartup.h"
 #include "Platform/KVBundle.h"
-#include "Platform/KVPropertyList.h"
-#include "Platform/KVUserDefaults.h"
 
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QFile>
 
 #include <algorithm>
@@ -23,38 +20,6 @@ namespace {
 const QString kClassName = QStringLiteral("KVHeadlessDriver");
 constexpr int kBarWidth = 30;
 constexpr int kPlainLineStep = 10; // percent between two plain progress lines
-
-// The version of a release section: the last "_"-part of its name.
-QString releaseVersion(const KVINISection &section)
-{
-    return section.name().section(QLatin1Char('_'), -1);
-}
-
-// The window stores this date at the end of every update run, failed or not; the companion
-// application receives it at the hand-over.
-void recordUpdateDate()
-{
-    KVUserDefaults::standardUserDefaults().setObject(QStringLiteral("InstallerUpdateDate"),
-                                                     QDateTime::currentDateTimeUtc());
-}
-
-// The launch-time work of the installer that does not concern its window: logging, the launch
-// log lines, the registered defaults and the launch date.
-void prepareLaunch(const QStringList &arguments)
-{
-    KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
-    const KVBundle bundle = KVBundle::mainBundle();
-    KVLogSetup::setupCocoaLumberjack(defaults, {});
-    KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"),
-               bundle.bundleVersion());
-    KVLogError("%@ start parameters %@", kClassName, arguments);
-
-    const QString defaultsPath = bundle.pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
-    if (!defaultsPath.isEmpty())
-        defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath));
-    defaults.synchronize();
-    defaults.setObject(QStringLiteral("InstallerLastLaunchDate"), QDateTime::currentDateTimeUtc());
-}
 } // namespace
 
 // ---- KVTerminalProgressBar ------------------------------------------------------------------
@@ -117,7 +82,7 @@ int KVHeadlessDriver::exec(const QStringList &arguments)
     if (!output.open(stdout, QIODevice::WriteOnly | QIODevice::Unbuffered) ||
         !errors.open(stderr, QIODevice::WriteOnly | QIODevice::Unbuffered))
         return Failed;
-    prepareLaunch(arguments);
+    KVInstallerStartup::beginLaunching(kClassName, arguments);
     KVHeadlessDriver driver(KVUpdateHelper::sharedInstance(), &output, &errors, ::isatty(STDOUT_FILENO) == 1);
     QObject::connect(&driver, &KVHeadlessDriver::finished, QCoreApplication::instance(), &QCoreApplication::exit);
     driver.start();
@@ -137,7 +102,10 @@ KVHeadlessDriver::KVHeadlessDriver(KVUpdateHelper &engine, QIODevice *output, QI
     , m_progress(output, interactive)
     , m_output(output)
     , m_errors(errors)
-{}
+    , m_sequence(engine)
+{
+    connectSequence();
+}
 
 void KVHeadlessDriver::start()
 {
@@ -150,7 +118,7 @@ void KVHeadlessDriver::start()
     };
     host.launchDidFail = [this](const KVError &error) { fail(error, QStringLiteral("launch")); };
     host.relaunchArguments = {KVCommandLine::kHeadlessOption, KVCommandLine::kAcceptLicenseOption};
-    m_engine.setHost(std::move(host));
+    KVInstallerStartup::finishLaunching(std::move(host));
 
     say(QStringLiteral("Nestora installer %1: checking for updates at %2")
             .arg(KVBundle::mainBundle().bundleVersion(), KVPrintableURL(m_engine.updateURL())));
@@ -160,7 +128,7 @@ void KVHeadlessDriver::start()
 void KVHeadlessDriver::waitForNetwork()
 {
     if (KVNetworkHelper::sharedInstance().isReachable()) {
-        checkInstaller();
+        m_sequence.checkInstaller();
         return;
     }
     say(QStringLiteral("Waiting for a network connection"));
@@ -168,7 +136,7 @@ void KVHeadlessDriver::waitForNetwork()
     center.addObserver(this, KVNetworkReachableNotification, [this](const KVNotification &) {
         KVNotificationCenter::defaultCenter().removeObserver(this, KVNetworkReachableNotification);
         m_networkDeadline.stop();
-        checkInstaller();
+        m_sequence.checkInstaller();
     });
     m_networkDeadline.setSingleShot(true);
     connect(&m_networkDeadline, &QTimer::timeout, this, [this] {
@@ -180,66 +148,39 @@ void KVHeadlessDriver::waitForNetwork()
     m_networkDeadline.start(KVUpdateHelper::networkTimeout());
 }
 
-void KVHeadlessDriver::checkInstaller()
+void KVHeadlessDriver::connectSequence()
 {
-    m_engine.checkInstallerUpdateWithcompletionHandler([this](const KVINISectionPtr &section, const KVError &error) {
-        if (error)
-            fail(error, QStringLiteral("installer check"));
-        else if (section)
-            updateInstaller(section);
-        else
-            checkDeliverables();
+    connect(&m_sequence, &KVLaunchSequence::checkFailed, this, &KVHeadlessDriver::fail);
+    connect(&m_sequence, &KVLaunchSequence::installerUpdateStarted, this, [this](const KVINISectionPtr &section) {
+        say(QStringLiteral("Updating the installer to %1").arg(section->releaseVersion()));
     });
-}
-
-void KVHeadlessDriver::updateInstaller(const KVINISectionPtr &section)
-{
-    say(QStringLiteral("Updating the installer to %1").arg(releaseVersion(*section)));
-    m_engine.updateInstaller(section, showProgress(), [this](const QVariantMap &, const KVError &error) {
-        runDidComplete(error, QStringLiteral("self-update"),
-                       QStringLiteral("The installer is up to date; relaunching it"));
+    // The licence was accepted on the command line.
+    connect(&m_sequence, &KVLaunchSequence::licenceRequired, this, [this](const QList<KVINISectionPtr> &sections) {
+        QStringList names;
+        for (const KVINISectionPtr &section : sections)
+            names << section->name();
+        say(QStringLiteral("The licence agreement is accepted; installing %1").arg(names.join(QStringLiteral(", "))));
+        m_sequence.updateDeliverables();
     });
+    connect(&m_sequence, &KVLaunchSequence::nothingDue, this,
+            [this] { m_handOverText = QStringLiteral("Everything is up to date; starting Nestora"); });
+    // The last report of a failed run carries the error instead of a message; the end of the run tells it.
+    connect(&m_sequence, &KVLaunchSequence::runProgressed, this,
+            [this](KVLaunchSequence::Run, float fraction, const std::optional<QVariantMap> &info) {
+                m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
+            });
+    connect(&m_sequence, &KVLaunchSequence::runFinished, this, &KVHeadlessDriver::runDidFinish);
 }
 
-void KVHeadlessDriver::checkDeliverables()
-{
-    m_engine.checkUpdateWithcompletionHandler([this](const QList<KVINISectionPtr> &sections, const KVError &error) {
-        if (error)
-            fail(error, QStringLiteral("update check"));
-        else if (sections.isEmpty())
-            m_handOverText = QStringLiteral("Everything is up to date; starting Nestora");
-        else
-            updateSections(sections);
-    });
-}
-
-void KVHeadlessDriver::updateSections(const QList<KVINISectionPtr> &sections)
-{
-    QStringList names;
-    for (const KVINISectionPtr &section : sections)
-        names << section->name();
-    say(QStringLiteral("The licence agreement is accepted; installing %1").arg(names.join(QStringLiteral(", "))));
-    m_engine.updateWithSections(sections, showProgress(), [this](const QVariantMap &, const KVError &error) {
-        runDidComplete(error, QStringLiteral("update"), QStringLiteral("Update complete; starting Nestora"));
-    });
-}
-
-KVProgressHandler KVHeadlessDriver::showProgress()
-{
-    // The last report of a failed run carries the error instead of a message; the completion tells it.
-    return [this](float fraction, const std::optional<QVariantMap> &info) {
-        m_progress.setProgress(fraction, info ? info->value(QStringLiteral("message")).toString() : QString());
-    };
-}
-
-void KVHeadlessDriver::runDidComplete(const KVError &error, const QString &step, const QString &handOverText)
+void KVHeadlessDriver::runDidFinish(KVLaunchSequence::Run run, const KVError &error)
 {
     m_progress.finish();
-    recordUpdateDate();
+    const bool selfUpdate = run == KVLaunchSequence::Run::Installer;
     if (error)
-        fail(error, step);
+        fail(error, selfUpdate ? QStringLiteral("self-update") : QStringLiteral("update"));
     else
-        m_handOverText = handOverText;
+        m_handOverText = selfUpdate ? QStringLiteral("The installer is up to date; relaunching it")
+                                    : QStringLiteral("Update complete; starting Nestora");
 }
 
 void KVHeadlessDriver::fail(const KVError &error, const QString &step)

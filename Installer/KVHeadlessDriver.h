@@ -1,6 +1,7 @@
 #pragma once
 
 #include "App/Model/KVINISection.h"
+#include "App/Model/KVLaunchSequence.h"
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Extensions/KVError.h"
 
@@ -38,11 +39,11 @@ private:
 };
 
 // The installer without its window, for tests and for administrators who deploy on many machines
-// ("NestoraInstaller --headless --accept-license"). It takes the engine through the steps the
-// window takes: the installer check and, when one is due, the self-update (which relaunches the
-// installer, headless again); then the check of the deliverables and their update; then the
-// engine's hand-over to the companion application. All decisions stay with the engine; this class
-// only starts the steps, shows their progress and turns the outcome into an exit status.
+// ("NestoraInstaller --headless --accept-license"). It waits for the network, then takes the engine
+// through the launch sequence the window uses (KVLaunchSequence): the self-update relaunches the
+// installer, headless again; the licence counts as accepted; the engine hands over to the companion
+// application at the end. This class only shows the steps and their progress on the terminal and
+// turns the outcome into an exit status.
 // Thread: main, for everything, callbacks included.
 class KVHeadlessDriver : public QObject
 {
@@ -78,15 +79,11 @@ private:
     // Offline, the checks would fail at once: as the window does, the run waits for the network,
     // here for as long as a request waits for its answer.
     void waitForNetwork();
-    void checkInstaller();
-    void updateInstaller(const KVINISectionPtr &section);
-    void checkDeliverables();
-    void updateSections(const QList<KVINISectionPtr> &sections);
-    // Draws every progress report of a run on the terminal. Thread: main.
-    KVProgressHandler showProgress();
+    // Shows what the launch sequence reports: its steps, the progress bar and the failures.
+    void connectSequence();
     // The end of an update run, self-update or section update alike: a failure, or the text
     // told once the engine has handed over.
-    void runDidComplete(const KVError &error, const QString &step, const QString &handOverText);
+    void runDidFinish(KVLaunchSequence::Run run, const KVError &error);
     // Tells the failure of the step on the error output and in the log, and ends with its status.
     void fail(const KVError &error, const QString &step);
     // Writes the text on the error output, on a line of its own.
@@ -98,6 +95,7 @@ private:
     KVTerminalProgressBar m_progress;
     QTextStream m_output;
     QTextStream m_errors;
+    KVLaunchSequence m_sequence;
     QString m_handOverText;
     QTimer m_networkDeadline;
     bool m_finished = false;

@@ -1,15 +1,11 @@
 #include "Installer/KVIAppDelegate.h"
 
-#include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVLocalizedString.h"
 #include "Core/Extensions/KVWindowPlacement.h"
 #include "Core/Logging/KVLog.h"
 #include "Installer/KVIView.h"
 #include "Installer/KVIWindow.h"
-#include "Installer/KVLogSetup.h"
-#include "Platform/KVBundle.h"
-#include "Platform/KVPropertyList.h"
-#include "Platform/KVUserDefaults.h"
+#include "Installer/KVInstallerStartup.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -45,17 +41,9 @@ KVIAppDelegate::~KVIAppDelegate()
     delete m_window;
 }
 
-void KVIAppDelegate::setupCocoaLumberjack()
-{
-    KVLogSetup::setupCocoaLumberjack(KVUserDefaults::standardUserDefaults(), {});
-}
-
 void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments)
 {
-    const QString version = KVBundle::mainBundle().bundleVersion();
-    setupCocoaLumberjack();
-    KVLogError("%@ Nestora installer will finish launching with version:%@", QStringLiteral("Keldran"), version);
-    KVLogError("%@ start parameters %@", kClassName, arguments);
+    KVInstallerStartup::beginLaunching(kClassName, arguments);
 
     const KVWindowPlacement::OriginScan scan = KVWindowPlacement::scanWindowOrigins(arguments);
     for (const QPointF &origin : scan.origins) {
@@ -70,16 +58,8 @@ void KVIAppDelegate::applicationWillFinishLaunching(const QStringList &arguments
 
 void KVIAppDelegate::applicationDidFinishLaunching()
 {
-    KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
-    const QString defaultsPath =
-        KVBundle::mainBundle().pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
-    if (!defaultsPath.isEmpty())
-        defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath));
-    defaults.synchronize();
-
-    KVUpdateHelper &engine = KVUpdateHelper::sharedInstance();
     QPointer<KVIWindow> window = m_window;
-    engine.setHost({
+    KVInstallerStartup::finishLaunching({
         .windowOrigin = [window] { return window ? window->frameOrigin() : QPointF(); },
         .windowSize = [window] { return window ? QSizeF(window->frameGeometry().size()) : QSizeF(); },
         .screenSize = [this] { return m_screenMetrics().screenSize; },
@@ -94,7 +74,6 @@ void KVIAppDelegate::applicationDidFinishLaunching()
     m_window->show();
     activate();
     placeWindowTopRight();
-    defaults.setObject(QStringLiteral("InstallerLastLaunchDate"), QDateTime::currentDateTimeUtc());
     // Linux desktops have no application menu whose items could carry "Hide", "Show" and "IDS_QUIT".
 }
 

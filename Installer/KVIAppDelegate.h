@@ -8,9 +8,8 @@
 #include <QStringList>
 #include <functional>
 
-// The installer's launch sequence: logging, launch logging, window placement from the
-// "-KVWindowOrigin" arguments, the registered defaults, the update engine and the window with
-// its content.
+// The start of the installer with its window: the shared start-up (KVInstallerStartup) around the
+// window's placement from the "-KVWindowOrigin" arguments, and the window with its content.
 class KVIAppDelegate : public QObject
 {
     Q_OBJECT
@@ -36,7 +35,6 @@ public:
     void applicationDidFinishLaunching();
     void applicationWillTerminate() {}
 
-    void setupCocoaLumberjack();
     // Brings the window to the front (a second start asked for it).
     void activate();
 

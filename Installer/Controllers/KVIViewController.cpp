@@ -19,10 +19,8 @@
 #include "Installer/KVILinkTextView.h"
 #include "Installer/KVIView.h"
 #include "Installer/KVIWindow.h"
-#include "Platform/KVUserDefaults.h"
 
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDesktopServices>
 #include <QEvent>
 #include <QFontMetricsF>
@@ -96,9 +94,9 @@ KVIViewController::Environment KVIViewController::defaultEnvironment()
 }
 
 KVIViewController::KVIViewController(KVUpdateEngine &engine, KVIWindow *window, Environment environment)
-    : m_engine(engine)
-    , m_window(window)
+    : m_window(window)
     , m_environment(std::move(environment))
+    , m_sequence(new KVLaunchSequence(engine, this))
     , m_view(new KVIView)
     , m_infoTextView(new KVTextView)
     , m_licenseTextView(new KVILinkTextView)
@@ -114,6 +112,7 @@ KVIViewController::KVIViewController(KVUpdateEngine &engine, KVIWindow *window, 
     m_infoScrollView = makeScrollView(m_infoTextView, m_view);
     m_licenseScrollView = makeScrollView(m_licenseTextView, m_view);
     buildInterface();
+    connectSequence();
     viewDidLoad();
 }
 
@@ -258,29 +257,48 @@ void KVIViewController::removeNetworkMonitor()
 
 void KVIViewController::handleNetworkReachableNotification()
 {
-    KVLogInfo("%s in step %d", __func__, m_updateStep);
-    if (m_updateStep == LicenseShown)
+    KVLogInfo("%s in step %d", __func__, updateStep());
+    if (updateStep() == KVLaunchSequence::LicenseShown)
         showEULA();
     else
-        repeatCurrentStep();
-}
-
-void KVIViewController::repeatCurrentStep()
-{
-    if (m_updateStep <= InstallerUpdated)
-        checkInstaller();
-    else
-        checkAppAndOther();
+        m_sequence->repeatCurrentStep();
 }
 
 void KVIViewController::handleNetworkNotReachableNotification()
 {
-    KVLogInfo("%s in step %d", __func__, m_updateStep);
+    KVLogInfo("%s in step %d", __func__, updateStep());
     showConnectionError();
     hideLicenseControls();
 }
 
 // ---- Flow ---------------------------------------------------------------------------------------
+
+void KVIViewController::connectSequence()
+{
+    connect(m_sequence, &KVLaunchSequence::checkStarted, this, &KVIViewController::showChecking);
+    connect(m_sequence, &KVLaunchSequence::checkFailed, this, &KVIViewController::showFailure);
+    connect(m_sequence, &KVLaunchSequence::installerUpdateStarted, this, &KVIViewController::showInstallerUpdate);
+    connect(m_sequence, &KVLaunchSequence::licenceRequired, this, &KVIViewController::showEULA);
+    connect(m_sequence, &KVLaunchSequence::nothingDue, this, &KVIViewController::showNothingDue);
+    connect(m_sequence, &KVLaunchSequence::runProgressed, this, &KVIViewController::showRunProgress);
+    connect(m_sequence, &KVLaunchSequence::runFinished, this,
+            [this](KVLaunchSequence::Run, const KVError &error) { updateRunDidComplete(error); });
+}
+
+void KVIViewController::showInstallerUpdate()
+{
+    displayCheckingIndicator(false);
+    m_progressIndicator->show();
+}
+
+void KVIViewController::showNothingDue()
+{
+    // The engine hands over to the companion application itself.
+    displayCheckingIndicator(false);
+    m_progressIndicator->hide();
+    m_infoScrollView->show();
+    displayInfo(QStringLiteral(""), false);
+}
 
 void KVIViewController::hideLicenseControls()
 {
@@ -307,9 +325,9 @@ void KVIViewController::showConnectionError()
     m_progressIndicator->hide();
 }
 
-void KVIViewController::showFailure(const KVError &error, const char *step)
+void KVIViewController::showFailure(const KVError &error, const QString &step)
 {
-    KVLogError("%@ %s failed: %@", QStringLiteral("KVIViewController"), step, error);
+    KVLogError("%@ %@ failed: %@", QStringLiteral("KVIViewController"), step, error);
     m_infoScrollView->show();
     m_progressIndicator->hide();
     displayInfo(KVErrorText(error), true);
@@ -329,9 +347,9 @@ void KVIViewController::offerRetry()
 
 void KVIViewController::tryAgainButtonDidClick()
 {
-    KVLogInfo("%s in step %d", __func__, m_updateStep);
+    KVLogInfo("%s in step %d", __func__, updateStep());
     setContinueRetries(false);
-    repeatCurrentStep();
+    m_sequence->repeatCurrentStep();
 }
 
 void KVIViewController::setContinueRetries(bool retries)
@@ -340,57 +358,6 @@ void KVIViewController::setContinueRetries(bool retries)
     m_continueButton->setTitle(KVLocalizedString(retries ? QStringLiteral("IDS_INSTALLER_TRY_AGAIN")
                                                          : QStringLiteral("IDS_INSTALLER_CONTINUE")));
     viewDidLayout();
-}
-
-void KVIViewController::checkInstaller()
-{
-    showChecking();
-    m_updateStep = CheckingInstaller;
-
-    QPointer<KVIViewController> self(this);
-    m_engine.checkInstallerUpdateWithcompletionHandler([self](KVINISectionPtr installer, KVError error) {
-        if (!self)
-            return;
-        if (error) {
-            // The step stays: the next reachable notification checks again.
-            self->showFailure(error, "installer check");
-            return;
-        }
-        self->m_updateStep = InstallerChecked;
-        if (installer) {
-            self->displayCheckingIndicator(false);
-            self->m_progressIndicator->show();
-            self->m_engine.updateInstaller(
-                installer,
-                [self](float fraction, const std::optional<QVariantMap> &info) {
-                    if (!self)
-                        return;
-                    self->m_updateStep = UpdatingInstaller;
-                    self->showRunProgress(fraction, info);
-                },
-                [self](const QVariantMap &, const KVError &runError) {
-                    if (self)
-                        self->updateRunDidComplete(runError, InstallerUpdated);
-                });
-            return;
-        }
-        self->m_engine.checkUpdateWithcompletionHandler([self](QList<KVINISectionPtr> sections, KVError checkError) {
-            if (!self)
-                return;
-            if (checkError) {
-                self->showFailure(checkError, "update check");
-            } else if (!sections.isEmpty()) {
-                self->m_updateStep = LicenseShown;
-                self->showEULA();
-            } else {
-                // Nothing to update: the engine hands over to the companion application itself.
-                self->displayCheckingIndicator(false);
-                self->m_progressIndicator->hide();
-                self->m_infoScrollView->show();
-                self->displayInfo(QStringLiteral(""), false);
-            }
-        });
-    });
 }
 
 void KVIViewController::showEULA()
@@ -463,39 +430,18 @@ void KVIViewController::licenseAgreementCheckboxDidChange()
 void KVIViewController::contiuneButtonDidClick()
 {
     addNetworkMonitor();
-    checkAppAndOther();
+    m_sequence->updateDeliverables();
 }
 
-void KVIViewController::checkAppAndOther()
+void KVIViewController::showRunProgress(KVLaunchSequence::Run run, float fraction,
+                                        const std::optional<QVariantMap> &info)
 {
-    showChecking();
-
-    QPointer<KVIViewController> self(this);
-    // The check's error is not looked at: the run starts with whatever the check returned, and its
-    // own failure is what the screen reports.
-    m_engine.checkUpdateWithcompletionHandler([self](QList<KVINISectionPtr> sections, KVError) {
-        if (!self)
-            return;
-        self->m_updateStep = SectionUpdateStarted;
-        self->m_engine.updateWithSections(
-            sections,
-            [self](float fraction, const std::optional<QVariantMap> &info) {
-                if (!self)
-                    return;
-                self->m_updateStep = SectionUpdateInProgress;
-                self->displayCheckingIndicator(false);
-                self->m_progressIndicator->show();
-                self->showRunProgress(fraction, info);
-            },
-            [self](const QVariantMap &, const KVError &error) {
-                if (self)
-                    self->updateRunDidComplete(error, Complete);
-            });
-    });
-}
-
-void KVIViewController::showRunProgress(float fraction, const std::optional<QVariantMap> &info)
-{
+    // The self-update shows its bar as it starts; the deliverables' run brings it back with every
+    // report, after a network loss too.
+    if (run == KVLaunchSequence::Run::Deliverables) {
+        displayCheckingIndicator(false);
+        m_progressIndicator->show();
+    }
     m_progressIndicator->setDoubleValue(fraction);
     if (info && info->contains(QStringLiteral("message"))) {
         m_infoScrollView->show();
@@ -503,24 +449,16 @@ void KVIViewController::showRunProgress(float fraction, const std::optional<QVar
     }
 }
 
-void KVIViewController::updateRunDidComplete(const KVError &error, UpdateStep successStep)
+void KVIViewController::updateRunDidComplete(const KVError &error)
 {
     m_progressIndicator->hide();
     if (!error) {
-        m_updateStep = successStep;
         displayInfo(KVLocalizedString(QStringLiteral("IDS_INSTALLER_COMPLETE")), false);
         displayCheckingIndicator(false);
     } else if (!m_hasError) {
         // The first error stays on screen; the step is left where the progress put it.
-        showFailure(error, "update run");
+        showFailure(error, QStringLiteral("update run"));
     }
-    storeUpdateDate();
-}
-
-void KVIViewController::storeUpdateDate()
-{
-    KVUserDefaults::standardUserDefaults().setObject(QStringLiteral("InstallerUpdateDate"),
-                                                     QDateTime::currentDateTimeUtc());
 }
 
 // ---- Display ------------------------------------------------------------------------------------
@@ -635,7 +573,7 @@ void KVIViewController::showWarningDialog()
 
 void KVIViewController::closeButtonDidClick()
 {
-    if (m_updateStep > SectionUpdateInProgress)
+    if (updateStep() > KVLaunchSequence::SectionUpdateInProgress)
         m_environment.terminateApplication();
     else
         showWarningDialog();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "App/Model/KVLaunchSequence.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QRectF>
@@ -26,29 +28,16 @@ class QScrollArea;
 class QTimer;
 class QWidget;
 
-// The installer's one screen and the flow behind it: it waits for the network, has the engine check
-// and, when due, update the installer itself; otherwise it has the engine check the deliverables,
-// asks for the licence to be accepted, has the engine update them with a progress bar, and shows the
-// outcome. Where the flow stands is kept in updateStep(), which the close button and the network
-// notifications consult. Every decision about what to update and how is the engine's.
+// The installer's one screen: it waits for the network, then starts the launch sequence
+// (KVLaunchSequence) and shows each of its steps: the checks, the licence to be accepted, the
+// progress of the update runs and their outcome, with Try Again after a failure. Where the flow
+// stands is the sequence's step, which the close button and the network notifications consult.
 //
 // Thread: main, for everything; the engine's handlers arrive on the main thread.
 class KVIViewController : public QObject
 {
     Q_OBJECT
 public:
-    // The steps of updateStep().
-    enum UpdateStep : quint64 {
-        CheckingInstaller = 0,
-        InstallerChecked = 1,
-        UpdatingInstaller = 2,
-        InstallerUpdated = 3,
-        LicenseShown = 4,
-        SectionUpdateStarted = 5,
-        SectionUpdateInProgress = 6,
-        Complete = 7,
-    };
-
     // What the screen reaches outside itself; tests replace each part.
     struct Environment
     {
@@ -68,7 +57,7 @@ public:
     ~KVIViewController() override;
 
     KVIView *view() const { return m_view; }
-    quint64 updateStep() const { return m_updateStep; }
+    quint64 updateStep() const { return m_sequence->step(); }
     bool hasError() const { return m_hasError; }
 
     // The outlets.
@@ -116,8 +105,6 @@ public:
     void tryAgainButtonDidClick();
 
     // Flow.
-    void checkInstaller();
-    void checkAppAndOther();
     void showEULA();
     void showWarningDialog();
 
@@ -151,19 +138,20 @@ private:
     void showChecking();
     void showConnectionError();
     // The error's text in red, logged with its cause.
-    void showFailure(const KVError &error, const char *step);
+    void showFailure(const KVError &error, const QString &step);
     // Cancel and Continue, titled "Try Again", below an error.
     void offerRetry();
     void setContinueRetries(bool retries);
-    // What a reachable notification or Try Again repeats outside the licence step.
-    void repeatCurrentStep();
-    void showRunProgress(float fraction, const std::optional<QVariantMap> &info);
-    void updateRunDidComplete(const KVError &error, UpdateStep successStep);
-    void storeUpdateDate();
+    // What the sequence reports, shown.
+    void connectSequence();
+    void showInstallerUpdate();
+    void showNothingDue();
+    void showRunProgress(KVLaunchSequence::Run run, float fraction, const std::optional<QVariantMap> &info);
+    void updateRunDidComplete(const KVError &error);
 
-    KVUpdateEngine &m_engine;
     QPointer<KVIWindow> m_window;
     Environment m_environment;
+    KVLaunchSequence *m_sequence;
 
     KVIView *m_view;
     QScrollArea *m_infoScrollView;
@@ -180,7 +168,6 @@ private:
     KVIAlertViewController *m_alert = nullptr;
     QTimer *m_checkingIndicatorTimer = nullptr;
 
-    quint64 m_updateStep = CheckingInstaller;
     bool m_hasError = false;
     bool m_continueRetries = false;
 };

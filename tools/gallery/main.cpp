@@ -459,7 +459,7 @@ bool renderErrorScreens(const QString &folder)
                                                        .terminateApplication = [] {}};
             auto *controller = new KVIViewController(*engine, nullptr, environment);
             controller->view()->setParent(parent);
-            controller->checkInstaller();
+            controller->handleNetworkReachableNotification(); // the network is up: the flow starts
             return controller->view();
         });
     }
