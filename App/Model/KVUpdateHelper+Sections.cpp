@@ -21,7 +21,7 @@ QString historyVersion(const QVariantMap &history, const QString &sectionName)
 }
 } // namespace
 
-KVUpdateSectionType KVUpdateHelper::typeOfSection(const KVINISection &section) const
+KVUpdateSectionType KVUpdateHelper::typeOfSection(const KVINISection &section)
 {
     const QString &name = section.name();
     if (name == QLatin1String("Mac_Installer"))

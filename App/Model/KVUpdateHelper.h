@@ -83,7 +83,8 @@ public:
 
     // ---- Section kinds, installed versions and paths (KVUpdateHelper+Sections.cpp) ----------
 
-    KVUpdateSectionType typeOfSection(const KVINISection &section) const;
+    // From the name alone, so that the publishing tool reads a manifest exactly as the engine does.
+    static KVUpdateSectionType typeOfSection(const KVINISection &section);
     QString currentVersion() const;
     QString currentVersionOfDevicesXML() const;
     QString currentVersionOfDeviceIcons() const;
