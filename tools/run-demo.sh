@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The Nestora installer end to end on this machine, without changing anything outside the build
 # folder: installs what it needs, builds, publishes the sample companion application and sample data
-# on a local nginx (127.0.0.1), and runs the installer window in a sandboxed home against it.
+# on a local nginx (127.0.0.1), signs the manifest with a key pair made for the demo, and runs the
+# installer window in a sandboxed home that trusts that key and requires a signature.
 #
 #   tools/run-demo.sh [build-folder]        (default: build-demo)
 #
@@ -33,7 +34,7 @@ www=$demo/www
 sandbox=$demo/sandbox
 shots=$demo/screenshots
 rm -rf "$demo"
-mkdir -p "$www" "$sandbox" "$shots" "$demo/staging"
+mkdir -p "$www" "$sandbox" "$shots" "$demo/staging" "$demo/keys"
 
 say "Publishing the sample deliverables"
 app_version=$(sed -n '/<key>CFBundleVersion<\/key>/{n;s/.*<string>\(.*\)<\/string>.*/\1/p;q}' \
@@ -47,7 +48,14 @@ cp "$root/tools/demo/devices.xml" "$root/tools/demo/smart-cards.json" "$www/"
 mkdir -p "$demo/staging/Icons" && cp "$root"/tools/demo/icons/* "$demo/staging/Icons/"
 (cd "$demo/staging" && zip -qr "$www/device-icons.zip" Icons)
 sed "s/@APPLICATION_VERSION@/$app_version/g" "$root/tools/demo/description.json" >"$demo/description.json"
-"$build/tools/publish/nestora-publish" "$www" "$demo/description.json" --base-url "http://127.0.0.1:$port/"
+
+say "Signing the manifest with a new key pair"
+# A release engineer's key pair, made as the minisign tool makes it; -W stores the secret key
+# without a password, which only a throw-away demo key may do.
+minisign -G -W -p "$demo/keys/nestora.pub" -s "$demo/keys/nestora.key" >/dev/null
+"$build/tools/publish/nestora-publish" "$www" "$demo/description.json" --base-url "http://127.0.0.1:$port/" \
+  --sign "$demo/keys/nestora.key"
+"$build/tools/publish/nestora-publish" --verify "$www/manifest.ini" --key "$demo/keys/nestora.pub"
 
 say "Starting the demo update server"
 server_state=$demo/server
@@ -71,6 +79,11 @@ export NESTORA_UI_FONT=Inter
 mkdir -p "$HOME/Downloads" "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$TMPDIR" "$NESTORA_APPLICATIONS_DIR"
 # The installer's test-server file points it at the demo server, whatever AppUpdateURL says.
 printf '{"ApplicationUpdate": "http://127.0.0.1:%s/manifest.ini"}\n' "$port" >"$HOME/Downloads/TestServerForVexa.txt"
+# The administrator policy of this sandbox trusts the demo key and nothing unsigned; like the
+# system's policy file it may be written by its owner only.
+export NESTORA_POLICY_FILE=$sandbox/policy.ini
+printf '[Trust]\nTrustedKeys=%s\nRequireSignature=true\n' "$(tail -n 1 "$demo/keys/nestora.pub")" >"$NESTORA_POLICY_FILE"
+chmod 644 "$NESTORA_POLICY_FILE"
 
 installer=$build/NestoraInstaller.app/Contents/MacOS/NestoraInstaller
 export NESTORA_LAST_SCREEN=$shots/4-completion.png
@@ -118,6 +131,9 @@ for _ in $(seq 50); do [[ -s $NESTORA_COMPANION_RECORD ]] && break; sleep 0.2; d
 echo "Companion application: $(ls -d "$NESTORA_APPLICATIONS_DIR"/Nestora.app 2>/dev/null || echo 'not installed')"
 echo "Data files and history:"
 (cd "$XDG_DATA_HOME" && find Nestora -mindepth 1 -maxdepth 2 -not -path '*/InstallerLog*' | sort | sed 's/^/  /')
+echo "Signed manifest: key $(head -n 1 "$demo/keys/nestora.pub" | grep -oE '[0-9A-F]{16}$'), required by $NESTORA_POLICY_FILE;"
+echo "  requests for the signature: $(grep -c '"GET /manifest.ini.minisig[^"]*" 200' "$server_state/access.log" || true)"
+grep -hiE 'signature|signed|verif|trusted' "$XDG_DATA_HOME"/Nestora/InstallerLog/* 2>/dev/null | sed 's/^/  log: /' || true
 echo "Companion starts (pid and arguments):"
 cat "$NESTORA_COMPANION_RECORD" 2>/dev/null || echo "  none recorded"
 # The companion application stays running, as it would for a user; stop it with the demo.
