@@ -9,11 +9,9 @@
 #include "Platform/KVBundle.h"
 #include "Platform/KVUserDefaults.h"
 
-#include <QCloseEvent>
 #include <QDir>
 #include <QProcess>
 #include <QPushButton>
-#include <QtTest/qtestspontaneevent.h>
 
 namespace {
 
@@ -34,14 +32,10 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QList<QPointF>>("origins");
         QTest::addColumn<bool>("missingValue");
-        QTest::newRow("none") << QStringList{"installer"} << QList<QPointF>{} << false;
         QTest::newRow("fractions cut off")
             << QStringList{"-KVWindowOrigin", "871.5", "674.9"} << QList<QPointF>{{871, 674}} << false;
         QTest::newRow("non-numbers read 0")
             << QStringList{"-KVWindowOrigin", "left", "x"} << QList<QPointF>{{0, 0}} << false;
-        QTest::newRow("each applied, last wins")
-            << QStringList{"-KVWindowOrigin", "1", "2", "-KVWindowOrigin", "3", "4"} << QList<QPointF>{{1, 2}, {3, 4}}
-            << false;
         QTest::newRow("flag last") << QStringList{"-KVWindowOrigin"} << QList<QPointF>{} << true;
     }
     void windowOriginArguments()
@@ -70,36 +64,9 @@ private Q_SLOTS:
         QVERIFY(qAbs(defaults.dateForKey("InstallerLastLaunchDate").secsTo(QDateTime::currentDateTimeUtc())) < 60);
     }
 
-    void popupsAreShownOneAtATime()
-    {
-        KVIWindow window;
-        window.resize(520, 360);
-        window.show();
-        QWidget first, second;
-        first.resize(200, 100);
-        second.resize(200, 100);
-        QList<std::pair<QString, QVariantMap>> ended;
-        window.beginPopupView(&first, [&](const QVariantMap &info) { ended.append({"first", info}); });
-        window.beginPopupView(&second, [&](const QVariantMap &info) {
-            QCOMPARE(window.popupView(), nullptr); // the handler runs as the popup ends
-            ended.append({"second", info});
-        });
-        QCOMPARE(window.popupView(), &first);
-
-        window.endPopupView(&second, {{"Response", "DefaultButtonClicked"}}); // not the card shown: ignored
-        QCOMPARE(window.popupView(), &first);
-        QVERIFY(ended.isEmpty());
-
-        window.endPopupView(&first, {{"Response", "AlternateButtonClicked"}});
-        QCOMPARE(window.popupView(), &second);
-        window.endPopupView(&second);
-        QCOMPARE(window.popupView(), nullptr);
-        const decltype(ended) expected{{"first", {{"Response", "AlternateButtonClicked"}}}, {"second", {}}};
-        QCOMPARE(ended, expected);
-        QCOMPARE(first.parent(), nullptr); // the cards go back to their owners
-    }
-
-    void popupBlocksTheWindowAndTheMaskSwallowsClicks()
+    // Popups show one at a time, each handler runs as its popup ends, and while one shows the mask
+    // swallows every click and key meant for the window below.
+    void popupsAreQueuedAndBlockTheWindow()
     {
         KVIWindow window;
         window.resize(520, 360);
@@ -114,27 +81,34 @@ private Q_SLOTS:
         const auto clickButton = [&] {
             QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {},
                               button->mapTo(&window, button->rect().center()));
+            QTest::keyClick(button, Qt::Key_Space);
         };
+        QWidget first, second;
+        first.resize(200, 100);
+        second.resize(200, 100);
+        QList<std::pair<QString, QVariantMap>> ended;
+        window.beginPopupView(&first, [&](const QVariantMap &info) { ended.append({"first", info}); });
+        window.beginPopupView(&second, [&](const QVariantMap &info) {
+            QCOMPARE(window.popupView(), nullptr);
+            ended.append({"second", info});
+        });
+        QCOMPARE(window.popupView(), &first);
+        QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {}, QPoint(15, 15)); // on the dimmed area
         clickButton();
-        QCOMPARE(clicked.count(), 1);
+        QCOMPARE(clicked.count(), 0);
 
-        QWidget card;
-        card.resize(200, 100);
-        int handled = 0;
-        window.beginPopupView(&card, [&](const QVariantMap &) { ++handled; });
-        // A click on the dimmed area: the popup stays, nothing below it is reached, not even by keys.
-        QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {}, QPoint(15, 15));
+        window.endPopupView(&second, {{"Response", "DefaultButtonClicked"}}); // not the card shown: ignored
+        QCOMPARE(window.popupView(), &first);
+        QVERIFY(ended.isEmpty());
+        window.endPopupView(&first, {{"Response", "AlternateButtonClicked"}});
+        QCOMPARE(window.popupView(), &second);
+        window.endPopupView(&second);
+        QCOMPARE(window.popupView(), nullptr);
+        const decltype(ended) expected{{"first", {{"Response", "AlternateButtonClicked"}}}, {"second", {}}};
+        QCOMPARE(ended, expected);
+        QCOMPARE(first.parent(), nullptr); // the cards go back to their owners
         clickButton();
-        QTest::keyClick(button, Qt::Key_Space);
-        QCOMPARE(window.popupView(), &card);
-        QCOMPARE(clicked.count(), 1);
-        QCOMPARE(handled, 0);
-        window.endPopupView(&card);
-        QCOMPARE(handled, 1);
-        // Once the popup is gone, the window takes clicks again.
-        clickButton();
-        QTest::keyClick(button, Qt::Key_Space);
-        QCOMPARE(clicked.count(), 3);
+        QCOMPARE(clicked.count(), 2);
     }
 
     void simultaneousStartsLeaveOneRunning_data()
@@ -173,8 +147,9 @@ private Q_SLOTS:
             installers.back()->setProcessEnvironment(environment);
         }
         auto stopAll = qScopeGuard([&] {
+            // Terminated, not killed: the runner ends as a user's quit ends it.
             for (const auto &installer : installers) {
-                installer->kill();
+                installer->terminate();
                 installer->waitForFinished();
             }
         });
@@ -196,31 +171,6 @@ private Q_SLOTS:
             QTRY_VERIFY_WITH_TIMEOUT(KVTestInstaller::log().contains("brought to the front by a second start"), 10000);
         QTest::qWait(500); // a second runner would show up here
         QCOMPARE(running(), 1);
-    }
-
-    void windowManagerCloseIsARequest()
-    {
-        KVIWindow window;
-        window.show();
-        QSignalSpy requests(&window, &KVIWindow::closeRequested);
-        QCloseEvent fromWindowManager;
-        QSpontaneKeyEvent::setSpontaneous(&fromWindowManager);
-        static_cast<QObject &>(window).event(&fromWindowManager);
-        QVERIFY(!fromWindowManager.isAccepted());
-        QCOMPARE(requests.count(), 1);
-        QVERIFY(window.isVisible());
-        // The program's own close, as when the application quits, goes through.
-        QVERIFY(window.close());
-        QCOMPARE(requests.count(), 1);
-    }
-
-    void activationRestoresMinimisedWindow()
-    {
-        KVIAppDelegate delegate;
-        delegate.window()->showMinimized();
-        delegate.activate();
-        QVERIFY(!delegate.window()->isMinimized());
-        QVERIFY(delegate.window()->isVisible());
     }
 };
 
