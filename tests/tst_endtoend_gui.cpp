@@ -102,7 +102,6 @@ class GuiEndToEndTest : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
     void installsWithTheKeyboardAlone();
 
 private:
@@ -115,7 +114,6 @@ private:
     std::unique_ptr<KVTestDaemon> m_xvfb;
     std::unique_ptr<KVTestDaemon> m_bus;
     std::unique_ptr<KVTestCompanion> m_companion;
-    QString m_window;
 };
 
 void GuiEndToEndTest::initTestCase()
@@ -134,13 +132,6 @@ void GuiEndToEndTest::initTestCase()
     m_bus = std::make_unique<KVTestDaemon>();
     QVERIFY(m_bus->start(QStringLiteral("dbus-daemon"), {"--session", "--nofork", "--print-address=1"}));
     m_companion = std::make_unique<KVTestCompanion>();
-}
-
-void GuiEndToEndTest::cleanupTestCase()
-{
-    m_companion.reset();
-    m_bus.reset();
-    m_xvfb.reset();
 }
 
 QProcessEnvironment GuiEndToEndTest::displayEnvironment() const
@@ -181,7 +172,6 @@ void GuiEndToEndTest::installsWithTheKeyboardAlone()
     QVERIFY(server->addNestoraRelease());
     QString failure;
     QVERIFY2(server->start(&failure), qPrintable(failure));
-    QVERIFY(server->writeTestServerFile());
     // The devices file is published only once the run has failed for want of it.
     const QString devices = server->servedPath(KVTestUpdateServer::deviceXMLFile);
     QVERIFY(QFile::rename(devices, devices + QStringLiteral(".unpublished")));
@@ -204,7 +194,7 @@ void GuiEndToEndTest::installsWithTheKeyboardAlone()
         onDisplay(QStringLiteral("timeout"), {"30", "xdotool", "search", "--sync", "--onlyvisible", "--pid",
                                               QString::number(process.processId())});
     QVERIFY2(windows, "the installer window did not appear");
-    m_window = QString::fromLatin1(windows->split('\n').first());
+    const QString window = QString::fromLatin1(windows->split('\n').first());
 
     // The licence step as a screen reader finds it.
     const QJsonObject licence = accessibilityTree(process.processId(), QStringLiteral("check-box"));
@@ -224,7 +214,7 @@ void GuiEndToEndTest::installsWithTheKeyboardAlone()
 
     // The keyboard alone: Space ticks the focused box, which the screen reader hears; Tab walks the
     // three links and Cancel to Continue, and Return presses it.
-    QVERIFY(onDisplay(QStringLiteral("xdotool"), {"windowfocus", "--sync", m_window}));
+    QVERIFY(onDisplay(QStringLiteral("xdotool"), {"windowfocus", "--sync", window}));
     QVERIFY(keys({"space"}));
     QTRY_VERIFY_WITH_TIMEOUT(
         [&] {
@@ -267,7 +257,6 @@ void GuiEndToEndTest::installsWithTheKeyboardAlone()
     QVERIFY2(arguments.size() == 7 && arguments.at(1).toDouble() > 640 && arguments.at(2).toDouble() > 0 &&
                  arguments.at(4).toDouble() > 1.6e9 && arguments.at(6).toDouble() >= arguments.at(4).toDouble(),
              qPrintable(arguments.join(' ')));
-    m_companion->stopAll();
 }
 
 NESTORA_TEST_MAIN(GuiEndToEndTest)

@@ -137,7 +137,6 @@ void EndToEndSelfUpdateTest::selfUpdate()
         }));
     QString failure;
     QVERIFY2(m_server->start(&failure), qPrintable(failure));
-    QVERIFY(m_server->writeTestServerFile());
     if (build == Build::Damaged) {
         QByteArray damaged = KVTestFiles::readFile(archive);
         damaged[damaged.size() / 2] = char(damaged.at(damaged.size() / 2) ^ 0xff);

@@ -1,11 +1,11 @@
 #include "KVNginxServer.h"
 
-#include "KVTestHttpServer.h"
 #include "KVTestSandbox.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTcpServer>
 #include <QTcpSocket>
 
@@ -41,25 +41,12 @@ KVNginxServer::~KVNginxServer()
     stop();
 }
 
-void KVNginxServer::answerNotFound(const QString &path)
-{
-    m_rules << Rule{path, QStringLiteral("return 404;")};
-}
-
 void KVNginxServer::proxy(const QString &path, const QUrl &upstream)
 {
     // Without a path after the address nginx passes the request's own path on. Unbuffered, so the
     // client sees exactly what the upstream sent, when it sent it.
     const QString origin = upstream.adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment).toString();
     m_rules << Rule{path, QStringLiteral("proxy_pass %1; proxy_buffering off;").arg(origin)};
-}
-
-void KVNginxServer::cutHalfway(const QString &path, KVTestHttpServer &misbehavingServer)
-{
-    QFile file(m_documentRoot + path);
-    const QByteArray body = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    misbehavingServer.setResponse(path, {200, body, {}, KVTestHttpServer::Behaviour::DropHalfway, 0});
-    proxy(path, misbehavingServer.url(path));
 }
 
 QUrl KVNginxServer::url(const QString &path) const
@@ -71,6 +58,18 @@ QString KVNginxServer::errorLog() const
 {
     QFile log(m_state.filePath(QStringLiteral("error.log")));
     return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+}
+
+QStringList KVNginxServer::requestedPaths() const
+{
+    // nginx's default log format: … "GET /path HTTP/1.1" status …
+    static const QRegularExpression request(QStringLiteral("\"[A-Z]+ (\\S+) HTTP/[0-9.]+\""));
+    QStringList paths;
+    QFile log(m_state.filePath(QStringLiteral("access.log")));
+    const QString text = log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+    for (QRegularExpressionMatchIterator match = request.globalMatch(text); match.hasNext();)
+        paths << match.next().captured(1);
+    return paths;
 }
 
 QString KVNginxServer::configuration() const

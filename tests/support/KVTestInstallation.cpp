@@ -16,6 +16,10 @@ QString vendorFolder()
 {
     return KVTestSandbox::current().dataHome() + QStringLiteral("/Nestora");
 }
+QString historyPath()
+{
+    return vendorFolder() + QStringLiteral("/UpdateHistory.plist");
+}
 } // namespace
 
 QString applicationPath()
@@ -41,11 +45,6 @@ QString smartCardsPath()
 QString pluginFolder()
 {
     return vendorFolder() + QStringLiteral("/PlugIns");
-}
-
-QString historyPath()
-{
-    return vendorFolder() + QStringLiteral("/UpdateHistory.plist");
 }
 
 bool installApplication(const QString &version)

@@ -14,7 +14,6 @@ QString devicesDataPath();
 QString deviceIconsPath();
 QString smartCardsPath();
 QString pluginFolder();
-QString historyPath();
 
 // The built sample companion application installed as the given release.
 [[nodiscard]] bool installApplication(const QString &version);

@@ -46,8 +46,7 @@ QString KVTestInstaller::version() const
     return bundle ? bundle->bundleVersion() : QString();
 }
 
-KVTestInstaller::Outcome KVTestInstaller::run(const QStringList &arguments, int timeoutMilliseconds,
-                                              const QStringList &launcher) const
+KVTestInstaller::Outcome KVTestInstaller::run() const
 {
-    return KVTestProcess::run(launcher + QStringList{executablePath()} + arguments, timeoutMilliseconds);
+    return KVTestProcess::run(QStringList{executablePath()} + headlessArguments);
 }

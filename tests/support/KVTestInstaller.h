@@ -29,10 +29,9 @@ public:
     // Everything the installers of the sandbox logged, in every log file.
     static QString log();
 
-    // Runs the copy, through the launcher's program and arguments when given, and waits for it,
-    // turning the test's event loop meanwhile, so that servers of the test keep answering.
-    Outcome run(const QStringList &arguments = headlessArguments, int timeoutMilliseconds = 120000,
-                const QStringList &launcher = {}) const;
+    // Runs the copy headless and waits for it, turning the test's event loop meanwhile, so that
+    // servers of the test keep answering.
+    Outcome run() const;
 
 private:
     QString m_bundlePath;

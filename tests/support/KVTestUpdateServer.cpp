@@ -74,23 +74,6 @@ bool KVTestUpdateServer::addApplication(const QString &version)
     return true;
 }
 
-bool KVTestUpdateServer::addPlugin(const QString &name, const QString &version)
-{
-    QTemporaryDir staging;
-    const QString bundle = staging.filePath(name + QStringLiteral(".vexaplugin"));
-    const QVariantMap info{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.keldran.nestora.") + name},
-                           {kVersionKey, version}};
-    if (!QDir().mkpath(bundle + QStringLiteral("/Contents")) ||
-        !KVPropertyList::writeDictionary(bundle + QStringLiteral("/Contents/Info.plist"), info) ||
-        !KVTestFiles::writeFile(bundle + QLatin1Char('/') + releaseMarker, version.toUtf8()) ||
-        !zipFolder(servedPath(pluginFile(name, version)), bundle))
-        return false;
-    QJsonObject modules = m_description.value(QStringLiteral("modules")).toObject();
-    modules.insert(name, withRelease(modules.value(name).toObject(), version, pluginFile(name, version)));
-    m_description.insert(QStringLiteral("modules"), modules);
-    return true;
-}
-
 bool KVTestUpdateServer::addDeviceXML(const QString &version, const QByteArray &contents)
 {
     m_description.insert(QStringLiteral("deviceXML"), dataItem(version, deviceXMLFile));
@@ -128,9 +111,8 @@ bool KVTestUpdateServer::addInstaller(const QString &installerBundle, const QStr
 
 bool KVTestUpdateServer::addNestoraRelease()
 {
-    return addApplication(releaseApplication) && addPlugin(releasePlugin, releasePluginVersion) &&
-           addDeviceXML(releaseDeviceXML, releaseDevicesXMLText) && addDeviceIcons(releaseDeviceIcons, releaseIcons) &&
-           addSmartCards(releaseSmartCards, releaseSmartCardsText);
+    return addApplication(releaseApplication) && addDeviceXML(releaseDeviceXML, releaseDevicesXMLText) &&
+           addDeviceIcons(releaseDeviceIcons, releaseIcons) && addSmartCards(releaseSmartCards, releaseSmartCardsText);
 }
 
 bool KVTestUpdateServer::addFile(const QString &file, const QByteArray &contents)
@@ -155,6 +137,12 @@ bool KVTestUpdateServer::start(QString *errorMessage)
         *errorMessage = QStringLiteral("nestora-publish failed: ") + publish.errors + publish.output;
         return false;
     }
+    const QJsonObject configuration{{QStringLiteral("ApplicationUpdate"), manifestURL().toString()}};
+    if (!KVTestFiles::writeFile(KVTestSandbox::current().home() + QStringLiteral("/Downloads/TestServerForVexa.txt"),
+                                QJsonDocument(configuration).toJson())) {
+        *errorMessage = QStringLiteral("cannot write the test server file");
+        return false;
+    }
     return true;
 }
 
@@ -168,23 +156,4 @@ bool KVTestUpdateServer::setManifestValue(const QString &section, const QString 
         return false;
     text.replace(line, value.isNull() ? QStringLiteral("\\1") : QStringLiteral("\\1%1=%2\n").arg(key, value));
     return KVTestFiles::writeFile(manifest, text.mid(1).toUtf8());
-}
-
-bool KVTestUpdateServer::writeTestServerFile() const
-{
-    const QJsonObject configuration{{QStringLiteral("ApplicationUpdate"), manifestURL().toString()}};
-    return KVTestFiles::writeFile(KVTestSandbox::current().home() + QStringLiteral("/Downloads/TestServerForVexa.txt"),
-                                  QJsonDocument(configuration).toJson());
-}
-
-QStringList KVTestUpdateServer::requestedPaths() const
-{
-    // nginx's default log format: … "GET /path HTTP/1.1" status …
-    static const QRegularExpression request(QStringLiteral("\"[A-Z]+ (\\S+) HTTP/[0-9.]+\""));
-    QStringList paths;
-    const QString log =
-        QString::fromUtf8(KVTestFiles::readFile(m_nginx.stateDirectory() + QStringLiteral("/access.log")));
-    for (QRegularExpressionMatchIterator match = request.globalMatch(log); match.hasNext();)
-        paths << match.next().captured(1);
-    return paths;
 }

@@ -8,7 +8,7 @@
 #include <QUrl>
 
 // The update server of the end-to-end tests: real deliverables made in the sandbox (the sample
-// companion application, a plug-in, device icons, a devices XML, a smart-cards JSON and the
+// companion application, device icons, a devices XML, a smart-cards JSON and the
 // installer itself, the archives made by the zip tool), a manifest written by nestora-publish for
 // them, and a real nginx on 127.0.0.1 serving it all. Thread: the test's main thread.
 class KVTestUpdateServer
@@ -16,10 +16,6 @@ class KVTestUpdateServer
 public:
     // The served file of each deliverable, relative to the document root.
     static QString applicationFile(const QString &version) { return QStringLiteral("Nestora-%1.zip").arg(version); }
-    static QString pluginFile(const QString &name, const QString &version)
-    {
-        return QStringLiteral("%1-%2.zip").arg(name, version);
-    }
     static QString installerFile(const QString &version)
     {
         return QStringLiteral("NestoraInstaller-%1.zip").arg(version);
@@ -33,8 +29,6 @@ public:
 
     // The release that most tests serve, and what its data files hold.
     static inline const QString releaseApplication = QStringLiteral("2.2.0");
-    static inline const QString releasePlugin = QStringLiteral("Backup");
-    static inline const QString releasePluginVersion = QStringLiteral("1.0.0");
     static inline const QString releaseDeviceXML = QStringLiteral("5");
     static inline const QString releaseDeviceIcons = QStringLiteral("3");
     static inline const QString releaseSmartCards = QStringLiteral("7");
@@ -56,7 +50,6 @@ public:
 
     // Each deliverable is written to the document root and described for the publishing tool.
     [[nodiscard]] bool addApplication(const QString &version);
-    [[nodiscard]] bool addPlugin(const QString &name, const QString &version);
     [[nodiscard]] bool addDeviceXML(const QString &version, const QByteArray &contents);
     // An archive of one folder "Icons" holding the files.
     [[nodiscard]] bool addDeviceIcons(const QString &version, const QMap<QString, QByteArray> &icons);
@@ -72,16 +65,14 @@ public:
     KVNginxServer &nginx() { return m_nginx; }
     QString servedPath(const QString &file) const { return m_documentRoot + QLatin1Char('/') + file; }
 
-    // Starts nginx, then publishes the manifest for its address. False with the reason.
+    // Starts nginx, publishes the manifest for its address and points every installer of the
+    // sandbox at it ($HOME/Downloads/TestServerForVexa.txt). False with the reason.
     [[nodiscard]] bool start(QString *errorMessage);
     QUrl manifestURL() const { return m_nginx.url(QStringLiteral("/manifest.ini")); }
     // Changes the published manifest after start(): the key of the section takes the value, or
     // goes when the value is null. False when the section has no such key.
     [[nodiscard]] bool setManifestValue(const QString &section, const QString &key, const QString &value) const;
-    // Points every installer of the sandbox at this server ($HOME/Downloads/TestServerForVexa.txt).
-    [[nodiscard]] bool writeTestServerFile() const;
-    // The paths requested from nginx so far, in order.
-    QStringList requestedPaths() const;
+    QStringList requestedPaths() const { return m_nginx.requestedPaths(); }
 
 private:
     bool addFile(const QString &file, const QByteArray &contents);
