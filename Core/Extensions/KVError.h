@@ -27,6 +27,7 @@ inline const QString KVRequiredBytesKey = QStringLiteral("requiredBytes");
 enum KVCocoaErrorCode : qint64 {
     KVFileNoSuchFileError = 4,
     KVFileReadUnknownError = 256,
+    KVFileReadNoPermissionError = 257,
     KVFileReadCorruptFileError = 259,
     KVFileWriteUnknownError = 512,
     KVFileWriteNoPermissionError = 513,

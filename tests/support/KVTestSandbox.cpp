@@ -19,6 +19,7 @@ KVTestSandbox::KVTestSandbox()
     qputenv("XDG_RUNTIME_DIR", runtimeDirectory().toUtf8());
     qputenv("NESTORA_APPLICATIONS_DIR", applicationsDirectory().toUtf8());
     qputenv("NESTORA_DISABLE_SYSLOG", "1");
+    qputenv("NESTORA_POLICY_FILE", policyFile().toUtf8());
     reset();
 }
 
@@ -57,6 +58,10 @@ QString KVTestSandbox::applicationsDirectory() const
 {
     return root() + QStringLiteral("/Applications");
 }
+QString KVTestSandbox::policyFile() const
+{
+    return root() + QStringLiteral("/policy.ini");
+}
 
 void KVTestSandbox::reset()
 {
@@ -69,4 +74,5 @@ void KVTestSandbox::reset()
     QDir().mkpath(dataHome());
     QDir().mkpath(configHome());
     QDir().mkpath(home() + QStringLiteral("/Downloads"));
+    QFile::remove(policyFile());
 }

@@ -5,9 +5,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-// A throw-away home for one test process: HOME, the XDG folders (the runtime folder too), TMPDIR and the applications
-// folder all point into a fresh temporary folder, so nothing a test does reaches the real user's
-// settings, logs or applications. Construct it before anything reads those paths.
+// A throw-away home for one test process: HOME, the XDG folders (the runtime folder too), TMPDIR, the applications
+// folder and the administrator's policy file all point into a fresh temporary folder, so nothing a test does reaches
+// the real user's settings, logs or applications. Construct it before anything reads those paths.
 class KVTestSandbox
 {
 public:
@@ -23,6 +23,7 @@ public:
     QString temporaryDirectory() const;
     QString runtimeDirectory() const; // XDG_RUNTIME_DIR
     QString applicationsDirectory() const;
+    QString policyFile() const; // NESTORA_POLICY_FILE, absent until a test writes it
 
     // Removes everything the tests wrote below the sandbox and recreates its empty folders.
     void reset();
