@@ -1,3 +1,5 @@
+#include "App/Model/KVErrorClass.h"
+#include "App/Model/KVManifestTrust.h"
 #include "App/Model/KVMinisign.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "KVTestFiles.h"
@@ -5,21 +7,25 @@
 #include "KVTestSandbox.h"
 #include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
+#include "Platform/KVUserDefaults.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QTcpServer>
+
+#include <sodium.h>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-// A fake installer bundle in the sandbox whose Info.plist carries the given AppUpdateURL.
-void makeMainBundle(const QString &appUpdateURL)
+// A fake installer bundle in the sandbox whose Info.plist carries the given AppUpdateURL and keys.
+void makeMainBundle(const QString &appUpdateURL, const QString &trustedKeys = {})
 {
     const QString bundle = KVTestSandbox::current().root() + QStringLiteral("/NestoraInstaller.app");
     QDir().mkpath(bundle + QStringLiteral("/Contents"));
-    QVariantMap info{{"CFBundleVersion", "1.0.0"}};
+    QVariantMap info{{"CFBundleVersion", "1.0.0"}, {"TrustedKeys", trustedKeys}};
     if (!appUpdateURL.isNull())
         info.insert(QStringLiteral("AppUpdateURL"), appUpdateURL);
     QVERIFY(KVPropertyList::writeDictionary(bundle + QStringLiteral("/Contents/Info.plist"), info));
@@ -33,6 +39,29 @@ KVError fetch(KVUpdateHelper &engine, bool force = false)
     return error;
 }
 
+// A key pair made for this run, as a release engineer makes one.
+struct TestKey
+{
+    KVMinisign::PublicKey publicKey;
+    KVMinisign::SecretKey secretKey;
+
+    static TestKey generate()
+    {
+        QByteArray keyId(KVMinisign::kKeyIdSize, Qt::Uninitialized);
+        QByteArray publicKey(crypto_sign_PUBLICKEYBYTES, Qt::Uninitialized);
+        QByteArray secretKey(crypto_sign_SECRETKEYBYTES, Qt::Uninitialized);
+        randombytes_buf(keyId.data(), size_t(keyId.size()));
+        crypto_sign_keypair(reinterpret_cast<unsigned char *>(publicKey.data()),
+                            reinterpret_cast<unsigned char *>(secretKey.data()));
+        return {{keyId, publicKey}, {keyId, secretKey}};
+    }
+};
+
+QByteArray hexDigest(const QByteArray &data, QCryptographicHash::Algorithm algorithm)
+{
+    return QCryptographicHash::hash(data, algorithm).toHex();
+}
+
 } // namespace
 
 // Where the engine finds its manifest, how it fetches and reuses it, and the error of every way
@@ -40,7 +69,31 @@ KVError fetch(KVUpdateHelper &engine, bool force = false)
 class ManifestFetchTest : public QObject
 {
     Q_OBJECT
+public:
+    // What a row does to an otherwise good signed manifest, or to the way it is served.
+    enum class Tamper {
+        None,
+        ByteChanged,
+        LowerSerial,
+        Expired,
+        NoSHA256,
+        WrongSHA256,
+        PolicyWritableByAll,
+        HTTPSToHTTP,
+    };
+    Q_ENUM(Tamper)
+
+private:
+    QHash<QString, TestKey> m_keys; // "A" and "B" may be trusted, "C" never is
+
 private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(sodium_init() >= 0);
+        for (const char *name : {"A", "B", "C"})
+            m_keys.insert(QString::fromLatin1(name), TestKey::generate());
+    }
+
     void init()
     {
         KVTestSandbox::current().reset();
@@ -122,6 +175,109 @@ private Q_SLOTS:
             QCOMPARE(parsed->toText(),
                      QByteArray(signature).replace("\r", "").append(signature.endsWith('\n') ? "" : "\n"));
         }
+    }
+
+    void trustsOnlyVerifiedManifests_data()
+    {
+        QTest::addColumn<QStringList>("bundleKeys");
+        QTest::addColumn<QByteArray>("policy"); // "{B}" stands for key B's line, "{idA}" for key A's id
+        QTest::addColumn<QString>("signer");    // empty: the manifest has no signature
+        QTest::addColumn<Tamper>("tamper");
+        QTest::addColumn<int>("exitStatus"); // of the fetch, or of the download after it; 0: both succeed
+
+        const int unverified = KVErrorExitStatus(KVErrorClass::UnverifiedManifest);
+        const QStringList a{"A"};
+        QTest::newRow("good signature") << a << QByteArray() << "A" << Tamper::None << 0;
+        QTest::newRow("one byte changed") << a << QByteArray() << "A" << Tamper::ByteChanged << unverified;
+        QTest::newRow("another key") << a << QByteArray() << "C" << Tamper::None << unverified;
+        QTest::newRow("revoked key") << QStringList{"A", "B"} << QByteArray("[Trust]\nRevokedKeyIds = C0FFEE, {idA}\n")
+                                     << "A" << Tamper::None << unverified;
+        QTest::newRow("second of two trusted keys")
+            << a << QByteArray("# rotation\n[Trust]\nTrustedKeys = {B}\n") << "B" << Tamper::None << 0;
+        QTest::newRow("lower serial") << a << QByteArray() << "A" << Tamper::LowerSerial << unverified;
+        QTest::newRow("expired") << a << QByteArray() << "A" << Tamper::Expired << unverified;
+        QTest::newRow("no signature, a key") << a << QByteArray() << "" << Tamper::None << unverified;
+        QTest::newRow("no signature, no key") << QStringList() << QByteArray() << "" << Tamper::None << 0;
+        QTest::newRow("no signature, required by policy")
+            << QStringList() << QByteArray("[Trust]\nRequireSignature=true\n") << "" << Tamper::None << unverified;
+        QTest::newRow("policy that everyone may change")
+            << a << QByteArray("[Trust]\nRevokedKeyIds={idA}\n") << "A" << Tamper::PolicyWritableByAll << 0;
+        QTest::newRow("file without SHA-256") << a << QByteArray() << "A" << Tamper::NoSHA256 << unverified;
+        QTest::newRow("wrong SHA-256, right MD5")
+            << a << QByteArray() << "A" << Tamper::WrongSHA256 << KVErrorExitStatus(KVErrorClass::DamagedDownload);
+        QTest::newRow("HTTPS to HTTP redirect")
+            << a << QByteArray() << "A" << Tamper::HTTPSToHTTP << KVErrorExitStatus(KVErrorClass::ServerUnreachable);
+    }
+
+    void trustsOnlyVerifiedManifests()
+    {
+        QFETCH(QStringList, bundleKeys);
+        QFETCH(QByteArray, policy);
+        QFETCH(QString, signer);
+        QFETCH(Tamper, tamper);
+        QFETCH(int, exitStatus);
+
+        QStringList keyLines;
+        for (const QString &name : bundleKeys)
+            keyLines << QString::fromLatin1(m_keys[name].publicKey.toBase64());
+        makeMainBundle(QStringLiteral("http://127.0.0.1:9/bundle.ini"), keyLines.join(QLatin1Char(',')));
+        policy.replace("{B}", m_keys["B"].publicKey.toBase64())
+            .replace("{idA}", KVMinisign::keyIdText(m_keys["A"].publicKey.keyId).toLatin1());
+        const QString policyPath = KVTestSandbox::current().policyFile();
+        QVERIFY(KVTestFiles::writeFile(policyPath, policy));
+        const QFile::Permissions readable = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
+        QVERIFY(QFile::setPermissions(policyPath, tamper == Tamper::PolicyWritableByAll
+                                                      ? readable | QFile::WriteGroup | QFile::WriteOther
+                                                      : readable));
+        KVUserDefaults::standardUserDefaults().setObject(KVManifestTrust::kAcceptedSerialDefaultsKey, 100);
+
+        KVTestHttpServer server;
+        const QByteArray cards = "{\"cards\": []}";
+        server.setFile("/cards.json", cards);
+        const QDateTime expires = QDateTime::currentDateTimeUtc().addSecs(tamper == Tamper::Expired ? -60 : 3600);
+        QByteArray manifest = "[Manifest]\nSerial=" + QByteArray(tamper == Tamper::LowerSerial ? "99" : "100") +
+                              "\nExpires=" + expires.toString(Qt::ISODate).toLatin1() +
+                              "\n[Smart_Cards]\nLatestVersion=1\nURL=" + server.url("/cards.json").toEncoded() +
+                              "\nMD5=" + hexDigest(cards, QCryptographicHash::Md5) + "\n";
+        if (tamper != Tamper::NoSHA256)
+            manifest +=
+                "SHA256=" + hexDigest(tamper == Tamper::WrongSHA256 ? cards + ' ' : cards, QCryptographicHash::Sha256) +
+                "\n";
+        if (!signer.isEmpty()) {
+            const auto signature = KVMinisign::Signature::sign(manifest, m_keys[signer].secretKey, "timestamp:1");
+            QVERIFY(signature);
+            server.setFile("/manifest.ini.minisig", signature->toText());
+        }
+        if (tamper == Tamper::ByteChanged)
+            manifest.replace("LatestVersion=1", "LatestVersion=2");
+        server.setFile("/manifest.ini", manifest);
+
+        QUrl manifestURL = server.url("/manifest.ini");
+        std::optional<KVTestHttpServer> secure;
+        if (tamper == Tamper::HTTPSToHTTP) {
+            secure.emplace(KVTestHttpServer::trustedTls());
+            secure->setRedirect("/manifest.ini", manifestURL);
+            manifestURL = secure->url("/manifest.ini");
+        }
+        KVUpdateHelper engine(manifestURL);
+        KVError error = fetch(engine);
+
+        // What the manifest offers is downloaded only from a manifest that was accepted.
+        const QString destination = KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/cards.json");
+        if (!error) {
+            bool finished = false;
+            KVUpdateHelper::downloadURL(
+                server.url("/cards.json").toString(), destination, {},
+                [&](const QString &, const KVError &downloadError) {
+                    error = downloadError;
+                    finished = true;
+                },
+                KVUpdateHelper::expectedDownloadOfSection(*engine.INI()->sectionWithName("Smart_Cards")));
+            QTRY_VERIFY(finished);
+        }
+        QCOMPARE(error ? KVErrorExitStatus(KVErrorClassOf(error)) : 0, exitStatus);
+        QCOMPARE(QFileInfo::exists(destination), exitStatus == 0);
+        QCOMPARE(server.requestCount("/cards.json"), exitStatus == 0 || tamper == Tamper::WrongSHA256 ? 1 : 0);
     }
 
     void fetchesOnceAndReuses()

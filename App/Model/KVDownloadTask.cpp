@@ -31,17 +31,18 @@ KVError errorOfFile(const QFileDevice &file)
 
 } // namespace
 
-void KVDownloadTask::start(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+void KVDownloadTask::start(const QUrl &url, const QString &destination, const KVExpectedDownload &expected,
                            ProgressHandler progress, CompletionHandler completion)
 {
     Q_ASSERT(KVDispatch::isMainThread());
-    new KVDownloadTask(url, destination, expectedSize, std::move(progress), std::move(completion));
+    new KVDownloadTask(url, destination, expected, std::move(progress), std::move(completion));
 }
 
-KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+KVDownloadTask::KVDownloadTask(const QUrl &url, const QString &destination, const KVExpectedDownload &expected,
                                ProgressHandler progress, CompletionHandler completion)
     : m_file(destination)
-    , m_expectedSize(expectedSize && *expectedSize > 0 ? expectedSize : std::nullopt)
+    , m_expectedSize(expected.size && *expected.size > 0 ? expected.size : std::nullopt)
+    , m_expectedSHA256(expected.sha256)
     , m_progress(std::move(progress))
     , m_completion(std::move(completion))
 {
@@ -102,6 +103,7 @@ bool KVDownloadTask::writeToFile(QByteArrayView data)
         offset += written;
     }
     m_bytesWritten += data.size();
+    m_sha256.addData(data);
     return true;
 }
 
@@ -154,6 +156,19 @@ KVError KVDownloadTask::lengthError() const
     return urlError(KVURLErrorNetworkConnectionLost, QStringLiteral("The network connection was lost."));
 }
 
+KVError KVDownloadTask::digestError() const
+{
+    if (m_expectedSHA256.isEmpty())
+        return {};
+    const QByteArray actual = m_sha256.resultView().toByteArray().toHex();
+    if (actual == m_expectedSHA256)
+        return {};
+    return KVError(
+        KVUpdateHelperErrorDomain, KVUpdateHelperErrorSHA256Mismatch,
+        {{KVLocalizedDescriptionKey, QStringLiteral("The download's SHA-256 digest is %1, not %2 as published.")
+                                         .arg(QString::fromLatin1(actual), QString::fromLatin1(m_expectedSHA256))}});
+}
+
 void KVDownloadTask::reportProgress(qint64 received, qint64 total)
 {
     if (!m_progress || m_stopError || !hasSuccessStatus())
@@ -183,6 +198,8 @@ KVError KVDownloadTask::outcome()
     if (m_stopError)
         return m_stopError;
     if (KVError error = lengthError())
+        return error;
+    if (KVError error = digestError())
         return error;
     if (!m_file.commit())
         return errorOfFile(m_file);

@@ -5,6 +5,7 @@
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Extensions/KVCancellation.h"
 
+#include <QCryptographicHash>
 #include <QObject>
 #include <QSaveFile>
 #include <QUrl>
@@ -24,7 +25,9 @@ class QNetworkReply;
 // full disk). The body must be exactly as long as announced: a body cut short (by its
 // Content-Length, by the end of its gzip or deflate stream, or by the expected size) fails with
 // -1005, one longer than the expected size (or than kDownloadCeiling without one) is cut off at
-// once and fails with -1103, and an encoding that cannot be undone fails with -1016. Redirects are followed unless they
+// once and fails with -1103, and an encoding that cannot be undone fails with -1016. The file's
+// SHA-256 is computed as it is written; a file whose digest is not the expected one fails with
+// the engine's KVUpdateHelperErrorSHA256Mismatch. Redirects are followed unless they
 // lead to a less safe scheme; the system's proxy settings apply; no cache is read or written; a transfer that receives
 // nothing for KVUpdateHelper::networkTimeout() fails, and so does one under way when the installer
 // quits.
@@ -41,12 +44,12 @@ public:
 
     // Starts the transfer and returns at once. The task reports completion exactly once (the
     // destination's path, or an empty path and the error) and then deletes itself. A positive
-    // expected size is the length the file must have. Thread: main.
-    static void start(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+    // expected size is the length the file must have, an expected SHA-256 its digest. Thread: main.
+    static void start(const QUrl &url, const QString &destination, const KVExpectedDownload &expected,
                       ProgressHandler progress, CompletionHandler completion);
 
 private:
-    KVDownloadTask(const QUrl &url, const QString &destination, std::optional<qint64> expectedSize,
+    KVDownloadTask(const QUrl &url, const QString &destination, const KVExpectedDownload &expected,
                    ProgressHandler progress, CompletionHandler completion);
 
     bool hasSuccessStatus() const;
@@ -58,11 +61,14 @@ private:
     void finish();
     KVError outcome();
     KVError lengthError() const;
+    KVError digestError() const;
 
     KVHTTPSession m_session; // one per download: nothing is shared between downloads
     QSaveFile m_file;
     QNetworkReply *m_reply = nullptr;
     const std::optional<qint64> m_expectedSize;
+    const QByteArray m_expectedSHA256;
+    QCryptographicHash m_sha256{QCryptographicHash::Sha256}; // of the file's bytes as written
     std::unique_ptr<KVContentDecoder> m_decoder;
     bool m_decodingPrepared = false;
     KVError m_stopError;        // why the transfer was broken off: the file, the length or the encoding

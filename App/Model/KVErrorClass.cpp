@@ -36,6 +36,7 @@ constexpr ErrorClassRow kErrorClasses[] = {
     {KVErrorClass::LaunchFailed, "IDS_ERROR_LAUNCH_FAILED", 15},
     {KVErrorClass::NothingInstalled, "IDS_ERROR_NOTHING_INSTALLED", 16},
     {KVErrorClass::InvalidArchive, "IDS_ERROR_INVALID_ARCHIVE", 17},
+    {KVErrorClass::UnverifiedManifest, "IDS_ERROR_UNVERIFIED_MANIFEST", 18},
 };
 
 const ErrorClassRow &rowOf(KVErrorClass errorClass)
@@ -76,7 +77,10 @@ KVErrorClass classOfEngineError(const KVError &error)
 {
     switch (error.code()) {
     case KVUpdateHelperErrorMD5Mismatch:
+    case KVUpdateHelperErrorSHA256Mismatch:
         return KVErrorClass::DamagedDownload;
+    case KVUpdateHelperErrorManifestUnverified:
+        return KVErrorClass::UnverifiedManifest;
     case KVUpdateHelperErrorManifestUnavailable:
         return error.localizedFailureReason() == QLatin1String("update URL not found") ? KVErrorClass::UpdateURLNotFound
                                                                                        : KVErrorClass::InvalidManifest;

@@ -23,6 +23,7 @@ enum class KVErrorClass {
     LaunchFailed,        // Nestora could not be started
     NothingInstalled,    // Nestora is not installed and the server offers none to install
     InvalidArchive,      // a verified archive of the wrong shape, unsafe to unpack or deploy
+    UnverifiedManifest,  // the manifest's signature, serial or expiry is not good: it is not used
 };
 
 // The kind of the error, judged by its underlying cause where it carries one.

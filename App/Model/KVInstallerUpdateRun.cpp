@@ -79,7 +79,8 @@ void KVInstallerUpdateRun::download()
                 m_runError = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed,
                                      {{KVUnderlyingErrorKey, QVariant::fromValue(downloadError)}});
             finished.release();
-        });
+        },
+        KVUpdateHelper::expectedDownloadOfSection(*m_section));
     finished.acquire();
 }
 

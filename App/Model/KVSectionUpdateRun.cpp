@@ -173,7 +173,7 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
             }
             finished.release();
         },
-        KVUpdateHelper::expectedSizeOfSection(section));
+        KVUpdateHelper::expectedDownloadOfSection(section));
     finished.acquire();
     if (m_runError)
         return false;

@@ -12,7 +12,7 @@
 void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
                                  std::function<void(const KVTransferProgress &)> progress,
                                  std::function<void(const QString &path, const KVError &error)> completionHandler,
-                                 std::optional<qint64> expectedSize)
+                                 const KVExpectedDownload &expected)
 {
     KVLogVerbose("%@ will download url %@", kClassName, QUrl(url));
     const QString target =
@@ -25,16 +25,15 @@ void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
     };
     // The transfer lives on the main thread, so a caller on the engine's queue may block on a
     // semaphore until the completion arrives.
-    KVDispatch::asyncMain(
-        [url, target, expectedSize, progress = std::move(progress), completion = std::move(completion)] {
-            KVDownloadTask::start(QUrl(url), target, expectedSize, progress, completion);
-        });
+    KVDispatch::asyncMain([url, target, expected, progress = std::move(progress), completion = std::move(completion)] {
+        KVDownloadTask::start(QUrl(url), target, expected, progress, completion);
+    });
 }
 
-std::optional<qint64> KVUpdateHelper::expectedSizeOfSection(const KVINISection &section)
+KVExpectedDownload KVUpdateHelper::expectedDownloadOfSection(const KVINISection &section)
 {
     const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
-    return bytes > 0 ? std::optional(bytes) : std::nullopt;
+    return {bytes > 0 ? std::optional(bytes) : std::nullopt, section.valueForKey(QStringLiteral("SHA256")).toLatin1()};
 }
 
 bool KVUpdateHelper::shouldVerifyMD5() const

@@ -2,6 +2,7 @@
 
 #include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVLeftovers.h"
+#include "App/Model/KVManifestTrust.h"
 #include "App/Model/KVNetworkError.h"
 #include "Core/Extensions/KVCancellation.h"
 #include "Core/Logging/KVLog.h"
@@ -31,6 +32,58 @@ constexpr std::chrono::milliseconds kStopGrace(1500);
 // The largest manifest read; a real one is a few kilobytes.
 constexpr qint64 kManifestCeiling = 4 << 20;
 constexpr qint64 kManifestReadBufferSize = 64 << 10;
+
+// The text of a manifest; text that is not valid UTF-8 decodes to nothing and so parses to no section.
+std::shared_ptr<KVINI> parseManifest(const QByteArray &data)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder.decode(data);
+    return std::make_shared<KVINI>(decoder.hasError() ? QString() : text);
+}
+
+// The detached signature published beside the manifest, "<manifest>.minisig".
+KVResult<QByteArray> fetchSignatureOf(const QUrl &manifestURL)
+{
+    QUrl url = manifestURL;
+    url.setPath(url.path() + QStringLiteral(".minisig"));
+    KVError error;
+    const QByteArray signature = KVUpdateHelper::downloadURL(url, &error);
+    if (!error)
+        return signature;
+    // A server that answers, but not with the signature, serves an unsigned manifest.
+    if (error.userInfo().contains(KVHTTPStatusKey))
+        return KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnverified,
+                       {{KVLocalizedDescriptionKey,
+                         QStringLiteral("it is not signed: %1 answered with HTTP status %2")
+                             .arg(url.toString(), error.userInfo().value(KVHTTPStatusKey).toString())}});
+    return error;
+}
+
+// The manifest parsed, once it has passed the installer's trust; without trusted keys (a
+// developer build) it is used unchecked, which the log says once per run.
+KVResult<std::shared_ptr<KVINI>> trustedManifest(const QUrl &url, const QByteArray &data)
+{
+    const KVManifestTrust trust = KVManifestTrust::current();
+    if (!trust.isSignatureRequired()) {
+        static std::once_flag warned;
+        std::call_once(warned, [] {
+            KVLogWarning("%@: no key is trusted to sign updates: the manifest and the downloads are not verified",
+                         KVUpdateHelper::kClassName);
+        });
+        return parseManifest(data);
+    }
+    const KVResult<QByteArray> signature = fetchSignatureOf(url);
+    if (!signature)
+        return signature.error();
+    if (const KVResult<void> verified = trust.verify(data, *signature); !verified)
+        return verified.error();
+    std::shared_ptr<KVINI> manifest = parseManifest(data);
+    if (manifest->sections().isEmpty())
+        return manifest; // signed, but empty: reported as any empty manifest is
+    if (const KVResult<void> accepted = trust.accept(*manifest); !accepted)
+        return accepted.error();
+    return manifest;
+}
 
 // A URL made from text the way the platform makes one: nothing for empty or malformed text.
 QUrl urlFromString(const QString &text)
@@ -160,14 +213,16 @@ bool KVUpdateHelper::downloadUpdateINI(bool force, KVError *error)
     } else {
         const QByteArray data = downloadURL(m_updateURL, &fetchError);
         if (!data.isNull() && !fetchError) {
-            // Text that is not valid UTF-8 decodes to nothing and so parses to no section.
-            QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-            QString text = decoder.decode(data);
-            if (decoder.hasError())
-                text = QString();
-            m_INI = std::make_shared<KVINI>(text);
-            if (m_INI->sections().isEmpty())
-                fetchError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable);
+            // A manifest that fails the installer's trust is never used; the earlier one stays.
+            KVResult<std::shared_ptr<KVINI>> manifest = trustedManifest(m_updateURL, data);
+            if (manifest) {
+                m_INI = std::move(*manifest);
+                if (m_INI->sections().isEmpty())
+                    fetchError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable);
+            } else {
+                fetchError = manifest.error();
+                KVLogError("%@: the manifest at %@ is not used: %@", kClassName, m_updateURL, fetchError);
+            }
         }
     }
     if (error)

@@ -113,14 +113,14 @@ public:
     // ---- Download and digest (KVUpdateHelper+Transfer.cpp) -----------------------------------
 
     // Streams the URL into the destination (a new upper-case UUID in the temporary folder when
-    // empty). Both callbacks run on the main thread, asynchronously. A positive expected size is
-    // the length the file must have (see KVDownloadTask). Thread: any.
+    // empty). Both callbacks run on the main thread, asynchronously. The file must have the
+    // expected positive size and SHA-256 where given (see KVDownloadTask). Thread: any.
     static void downloadURL(const QString &url, const QString &destination,
                             std::function<void(const KVTransferProgress &)> progress,
                             std::function<void(const QString &path, const KVError &error)> completionHandler,
-                            std::optional<qint64> expectedSize = std::nullopt);
-    // The "Bytes" of a section when it states a positive size.
-    static std::optional<qint64> expectedSizeOfSection(const KVINISection &section);
+                            const KVExpectedDownload &expected = {});
+    // The "Bytes" of a section when it states a positive size, and its "SHA256" when it names one.
+    static KVExpectedDownload expectedDownloadOfSection(const KVINISection &section);
     // Reads "LiveUpdateMD5VerificationDisabled" afresh on every call.
     bool shouldVerifyMD5() const;
     // True when the file's digest equals the section's "MD5" exactly (case-sensitive).

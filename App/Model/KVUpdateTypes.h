@@ -46,6 +46,18 @@ QVariantMap KVProgressMessage(const QString &key);
 // The end of an update run: the result dictionary and the run's error (null on success).
 using KVUpdateCompletionHandler = std::function<void(const QVariantMap &result, const KVError &error)>;
 
+// What a download must turn out to be, where the manifest says: its length in bytes and its
+// SHA-256 digest in lower-case hex. Made from a bare length where only that is known.
+struct KVExpectedDownload
+{
+    KVExpectedDownload(std::optional<qint64> size = std::nullopt, QByteArray sha256 = {})
+        : size(size)
+        , sha256(std::move(sha256))
+    {}
+    std::optional<qint64> size;
+    QByteArray sha256;
+};
+
 // Transfer progress of one download, in bytes.
 struct KVTransferProgress
 {

@@ -60,6 +60,7 @@ enum KVUpdateHelperErrorCode : qint64 {
     KVUpdateHelperErrorInstallScriptUnusable = 5, // the bundle's install script is missing or not executable
     KVUpdateHelperErrorInvalidArchive = 6,        // a verified archive that must not be unpacked or deployed
     KVUpdateHelperErrorManifestUnverified = 7,    // the manifest's signature, serial or expiry is not good
+    KVUpdateHelperErrorSHA256Mismatch = 8,        // a download's SHA-256 is not the one its section names
 };
 
 // An error value: domain, code and user info, or nothing at all (the null error means success).

@@ -112,6 +112,10 @@
         <translation>Der Update-Server hat unlesbare Update-Informationen gesendet. Bitte versuche es später erneut.</translation>
     </message>
     <message>
+        <source>IDS_ERROR_UNVERIFIED_MANIFEST</source>
+        <translation>Die Update-Informationen konnten nicht überprüft werden: {cause}. Es wurde nichts heruntergeladen oder installiert.</translation>
+    </message>
+    <message>
         <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
         <translation>Ein Download ist beschädigt angekommen: Er wurde abgebrochen oder passt nicht zu seiner Prüfsumme. Bitte versuche es erneut.</translation>
     </message>

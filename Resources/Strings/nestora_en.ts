@@ -112,6 +112,10 @@
         <translation>The update server sent update information that cannot be read. Please try again later.</translation>
     </message>
     <message>
+        <source>IDS_ERROR_UNVERIFIED_MANIFEST</source>
+        <translation>The update information could not be verified: {cause}. Nothing was downloaded or installed.</translation>
+    </message>
+    <message>
         <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
         <translation>A download arrived damaged: it was cut short or does not match its checksum. Please try again.</translation>
     </message>
