@@ -445,6 +445,11 @@ bool renderErrorScreens(const QString &folder)
         {"check failed: server unreachable",
          {KVError(KVURLErrorDomain, -1004, {{KVLocalizedDescriptionKey, QStringLiteral("Connection refused")}}),
           KVError()}},
+        {"check failed: update information not verified",
+         {KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnverified,
+                  {{KVLocalizedDescriptionKey,
+                    QStringLiteral("it is signed with the key 4F18B7C85FE8452C, which is revoked")}}),
+          KVError()}},
         {"run failed: damaged download",
          {KVError(), KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch)}},
     };
