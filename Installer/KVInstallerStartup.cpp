@@ -23,7 +23,7 @@ void KVInstallerStartup::finishLaunching(KVUpdateHost host)
     const QString defaultsPath =
         KVBundle::mainBundle().pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
     if (!defaultsPath.isEmpty())
-        defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath));
+        defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath).valueOr({}));
     defaults.synchronize();
     KVUpdateHelper::sharedInstance().setHost(std::move(host));
     defaults.setObject(QStringLiteral("InstallerLastLaunchDate"), QDateTime::currentDateTimeUtc());

@@ -18,7 +18,7 @@ QString stringValue(const QVariant &value)
 
 KVBundle::KVBundle(QString path)
     : m_path(std::move(path))
-    , m_info(KVPropertyList::readDictionary(m_path + QStringLiteral("/Contents/Info.plist")))
+    , m_info(KVPropertyList::readDictionary(m_path + QStringLiteral("/Contents/Info.plist")).valueOr({}))
 {}
 
 std::optional<KVBundle> KVBundle::bundleWithPath(const QString &path)

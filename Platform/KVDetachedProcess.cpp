@@ -57,7 +57,7 @@ struct SpawnSettings
 
 namespace KVDetachedProcess {
 
-std::optional<qint64> start(const QString &program, const QStringList &arguments, KVError *error)
+KVResult<qint64> start(const QString &program, const QStringList &arguments)
 {
     const QByteArray programPath = QFile::encodeName(program);
     QList<QByteArray> argumentBytes{programPath};
@@ -74,20 +74,15 @@ std::optional<qint64> start(const QString &program, const QStringList &arguments
     if (result == 0)
         result = posix_spawn(&processIdentifier, programPath.constData(), &settings.fileActions, &settings.attributes,
                              argv.data(), environ);
-    if (result != 0) {
-        if (error)
-            *error = KVError::fromErrno(result, program);
-        return std::nullopt;
-    }
+    if (result != 0)
+        return KVError::fromErrno(result, program);
     // The child's session makes it independent of this process; what is left is to collect its
     // exit status whenever it comes, without holding anyone up.
     std::thread([processIdentifier] {
         while (::waitpid(processIdentifier, nullptr, 0) < 0 && errno == EINTR) {
         }
     }).detach();
-    if (error)
-        *error = KVError();
-    return processIdentifier;
+    return qint64(processIdentifier);
 }
 
 } // namespace KVDetachedProcess

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "Core/Extensions/KVError.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QStringList>
-#include <optional>
 
 // Starts programs that outlive the process that starts them: each runs in a session of its own,
 // in "/", with /dev/null as standard input and output, default signal handling and none of the
@@ -11,7 +10,7 @@
 // in the background so that it never lingers as a zombie while the starter runs on.
 namespace KVDetachedProcess {
 
-// The new process's id, or nothing with *error set when the program could not be started.
-[[nodiscard]] std::optional<qint64> start(const QString &program, const QStringList &arguments, KVError *error);
+// The new process's id, or the error that kept the program from starting.
+KVResult<qint64> start(const QString &program, const QStringList &arguments);
 
 } // namespace KVDetachedProcess

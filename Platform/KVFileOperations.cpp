@@ -97,26 +97,24 @@ int copyItem(const fs::path &source, const fs::path &target)
 }
 
 // Copies an item to a hidden sibling of the destination, so that the copy lies on the
-// destination's file system. A failed copy is removed again. Returns the sibling's path, or an
-// empty string with *error set.
-QString copyBesideDestination(const QString &source, const QString &destination, KVError *error)
+// destination's file system. A failed copy is removed again. Answers the sibling's path.
+KVResult<QString> copyBesideDestination(const QString &source, const QString &destination)
 {
     QString staging = hiddenSiblingOf(destination);
     const int failure = copyItem(nativePath(source), nativePath(staging));
     if (failure == 0)
         return staging;
-    *error = KVError::fromErrno(failure, destination);
     std::error_code ignored;
     fs::remove_all(nativePath(staging), ignored);
-    return {};
+    return KVError::fromErrno(failure, destination);
 }
 
 // Removes what an operation that has already succeeded left behind (the replaced item, the source
 // of a copy); a failure there leaves clutter, not a broken result, so it is only logged.
 void removeLeftover(const QString &path)
 {
-    if (const KVError error = KVFileOperations::removeItem(path))
-        KVLogWarning("%s: failed to remove %@ with error %@", __func__, path, error);
+    if (const KVResult<> removed = KVFileOperations::removeItem(path); !removed)
+        KVLogWarning("%s: failed to remove %@ with error %@", __func__, path, removed.error());
 }
 
 // Swaps newItem into destination's place, or moves it there when the destination is missing.
@@ -143,14 +141,16 @@ bool itemExists(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &status) == 0;
 }
 
-KVError removeItem(const QString &path)
+KVResult<> removeItem(const QString &path)
 {
     std::error_code code;
     fs::remove_all(nativePath(path), code);
-    return code ? KVError::fromErrno(code.value(), path) : KVError();
+    if (code)
+        return KVError::fromErrno(code.value(), path);
+    return {};
 }
 
-KVError replaceItem(const QString &destination, const QString &newItem)
+KVResult<> replaceItem(const QString &destination, const QString &newItem)
 {
     const int swapError = swapIntoPlace(destination, newItem);
     if (swapError == 0)
@@ -158,44 +158,44 @@ KVError replaceItem(const QString &destination, const QString &newItem)
     if (swapError != EXDEV)
         return KVError::fromErrno(swapError, destination);
 
-    KVError error;
-    const QString staging = copyBesideDestination(newItem, destination, &error);
-    if (error)
-        return error;
-    if (const int stagedSwapError = swapIntoPlace(destination, staging)) {
-        removeLeftover(staging);
+    const KVResult<QString> staging = copyBesideDestination(newItem, destination);
+    if (!staging)
+        return staging.error();
+    if (const int stagedSwapError = swapIntoPlace(destination, *staging)) {
+        removeLeftover(*staging);
         return KVError::fromErrno(stagedSwapError, destination);
     }
     removeLeftover(newItem); // consumed, as a replace on one file system would have moved it
     return {};
 }
 
-KVError exchangeItems(const QString &first, const QString &second)
+KVResult<> exchangeItems(const QString &first, const QString &second)
 {
-    return renameItem(first, second, RENAME_EXCHANGE) ? KVError() : KVError::fromErrno(errno, second);
+    if (!renameItem(first, second, RENAME_EXCHANGE))
+        return KVError::fromErrno(errno, second);
+    return {};
 }
 
-KVError moveItem(const QString &source, const QString &destination)
+KVResult<> moveItem(const QString &source, const QString &destination)
 {
     if (renameItem(source, destination, RENAME_NOREPLACE))
         return {};
     if (errno != EXDEV)
         return KVError::fromErrno(errno, destination);
 
-    KVError error;
-    const QString staging = copyBesideDestination(source, destination, &error);
-    if (error)
-        return error;
-    if (!renameItem(staging, destination, RENAME_NOREPLACE)) {
-        error = KVError::fromErrno(errno, destination);
-        removeLeftover(staging);
+    const KVResult<QString> staging = copyBesideDestination(source, destination);
+    if (!staging)
+        return staging.error();
+    if (!renameItem(*staging, destination, RENAME_NOREPLACE)) {
+        const KVError error = KVError::fromErrno(errno, destination);
+        removeLeftover(*staging);
         return error;
     }
     removeLeftover(source);
     return {};
 }
 
-KVError checkFreeSpace(const QString &folder, qint64 bytes)
+KVResult<> checkFreeSpace(const QString &folder, qint64 bytes)
 {
     const QStorageInfo storage(folder);
     if (bytes <= 0 || !storage.isValid() || storage.bytesAvailable() >= bytes)

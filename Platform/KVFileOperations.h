@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/Extensions/KVError.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QString>
 
@@ -14,21 +14,21 @@ namespace KVFileOperations {
 // missing destination is simply created by the move. When newItem lies on another file system it
 // is first copied beside the destination; a copy that fails (a full disk) is removed again and the
 // destination is left as it was.
-[[nodiscard]] KVError replaceItem(const QString &destination, const QString &newItem);
+KVResult<> replaceItem(const QString &destination, const QString &newItem);
 
 // Swaps two items of one file system in a single step, so that neither name is ever missing.
-[[nodiscard]] KVError exchangeItems(const QString &first, const QString &second);
+KVResult<> exchangeItems(const QString &first, const QString &second);
 
 // Moves source to destination, which must not exist yet. Across file systems the item is copied
 // to a hidden sibling of the destination first and renamed into place when complete.
-[[nodiscard]] KVError moveItem(const QString &source, const QString &destination);
+KVResult<> moveItem(const QString &source, const QString &destination);
 
 // Removes a file, a link or a whole folder tree. Nothing there is not an error.
-[[nodiscard]] KVError removeItem(const QString &path);
+KVResult<> removeItem(const QString &path);
 
 // The full-disk error (640, carrying the folder and KVRequiredBytesKey) when the folder's file
-// system has fewer than the bytes free; the null error otherwise, and when it cannot be told.
-[[nodiscard]] KVError checkFreeSpace(const QString &folder, qint64 bytes);
+// system has fewer than the bytes free; success otherwise, and when it cannot be told.
+KVResult<> checkFreeSpace(const QString &folder, qint64 bytes);
 
 // True when anything (even a dangling link) exists at the path.
 bool itemExists(const QString &path);

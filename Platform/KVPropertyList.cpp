@@ -167,7 +167,7 @@ KVError readError(const QString &path, const QString &reason)
 
 namespace KVPropertyList {
 
-QVariantMap dictionaryFromXml(const QByteArray &xml, KVError *error)
+KVResult<QVariantMap> dictionaryFromXml(const QByteArray &xml)
 {
     // libplist asserts on a NUL inside a key or a string, which well-formed XML cannot hold; and
     // only XML is read, since a binary property list can hold one.
@@ -175,29 +175,21 @@ QVariantMap dictionaryFromXml(const QByteArray &xml, KVError *error)
     if (KVIsWellFormedXml(xml))
         plist_from_xml(xml.constData(), uint32_t(xml.size()), &node);
     const PlistPtr root(node);
-    if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
-        if (error)
-            *error = readError({}, QStringLiteral("The data is not a property list dictionary."));
-        return {};
-    }
+    if (!root || plist_get_node_type(root.get()) != PLIST_DICT)
+        return readError({}, QStringLiteral("The data is not a property list dictionary."));
     return mapFromDictionary(root.get());
 }
 
-QVariantMap readDictionary(const QString &path, KVError *error)
+KVResult<QVariantMap> readDictionary(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        if (error)
-            *error = KVError(KVCocoaErrorDomain, file.exists() ? KVFileReadUnknownError : qint64(KVFileNoSuchFileError),
-                             {{KVLocalizedDescriptionKey, file.errorString()}, {KVFilePathErrorKey, path}});
-        return {};
-    }
-    KVError parseError;
-    QVariantMap map = dictionaryFromXml(file.readAll(), &parseError);
-    if (parseError) {
+    if (!file.open(QIODevice::ReadOnly))
+        return KVError(KVCocoaErrorDomain, file.exists() ? KVFileReadUnknownError : qint64(KVFileNoSuchFileError),
+                       {{KVLocalizedDescriptionKey, file.errorString()}, {KVFilePathErrorKey, path}});
+    KVResult<QVariantMap> map = dictionaryFromXml(file.readAll());
+    if (!map) {
         logDamagedFileOnce(path);
-        if (error)
-            *error = readError(path, parseError.localizedDescription());
+        return readError(path, map.error().localizedDescription());
     }
     return map;
 }
@@ -213,18 +205,16 @@ QByteArray xmlFromDictionary(const QVariantMap &dictionary)
     return text;
 }
 
-bool writeDictionary(const QString &path, const QVariantMap &dictionary, KVError *error)
+KVResult<> writeDictionary(const QString &path, const QVariantMap &dictionary)
 {
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly)) {
         file.write(xmlFromDictionary(dictionary));
         if (file.commit())
-            return true;
+            return {};
     }
-    if (error)
-        *error = KVError(KVCocoaErrorDomain, KVFileWriteUnknownError,
-                         {{KVLocalizedDescriptionKey, file.errorString()}, {KVFilePathErrorKey, path}});
-    return false;
+    return KVError(KVCocoaErrorDomain, KVFileWriteUnknownError,
+                   {{KVLocalizedDescriptionKey, file.errorString()}, {KVFilePathErrorKey, path}});
 }
 
 } // namespace KVPropertyList

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/Extensions/KVError.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QVariantMap>
 
@@ -8,14 +8,14 @@
 // reals, booleans, dates (QDateTime), data (QByteArray), arrays and dictionaries.
 namespace KVPropertyList {
 
-// The top-level dictionary of the file, or an empty map with *error set when the file is missing,
-// unreadable, not a property list or not a dictionary at its top.
-[[nodiscard]] QVariantMap readDictionary(const QString &path, KVError *error = nullptr);
-[[nodiscard]] QVariantMap dictionaryFromXml(const QByteArray &xml, KVError *error = nullptr);
+// The top-level dictionary of the file; an error when the file is missing, unreadable, not a
+// property list or not a dictionary at its top.
+KVResult<QVariantMap> readDictionary(const QString &path);
+KVResult<QVariantMap> dictionaryFromXml(const QByteArray &xml);
 
 // Writes the dictionary as an XML property list, atomically: readers see the old file or the
-// new one, never a partial write. Returns false with *error set on failure.
-[[nodiscard]] bool writeDictionary(const QString &path, const QVariantMap &dictionary, KVError *error = nullptr);
+// new one, never a partial write.
+KVResult<> writeDictionary(const QString &path, const QVariantMap &dictionary);
 [[nodiscard]] QByteArray xmlFromDictionary(const QVariantMap &dictionary);
 
 } // namespace KVPropertyList

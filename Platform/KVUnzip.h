@@ -1,11 +1,9 @@
 #pragma once
 
-#include "Core/Extensions/KVError.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QString>
 #include <QStringList>
-
-#include <optional>
 
 // Reads and unpacks ZIP archives with the system's unzip tool. Anything the tool reports as not
 // quite right (a warning included) is an error, so that a truncated, padded or otherwise damaged
@@ -19,13 +17,13 @@ struct Listing
     qint64 unpackedBytes = 0; // the sum of the entries' uncompressed sizes
 };
 
-// The archive's listing, or nothing with *error set (Cocoa domain: 4 for a missing archive, 259
-// for one the tool cannot read cleanly).
-[[nodiscard]] std::optional<Listing> listArchive(const QString &archivePath, KVError *error);
+// The archive's listing, or an error (Cocoa domain: 4 for a missing archive, 259 for one the tool
+// cannot read cleanly).
+KVResult<Listing> listArchive(const QString &archivePath);
 
 // Unpacks the archive into the folder, which must exist. Blocks until the tool has ended. Fails
 // (Cocoa domain: 4 for a missing archive, 640 for a full disk, 259 otherwise) when the tool exits
 // with a status other than 0.
-[[nodiscard]] KVError extractArchive(const QString &archivePath, const QString &folder);
+KVResult<> extractArchive(const QString &archivePath, const QString &folder);
 
 } // namespace KVUnzip

@@ -37,7 +37,7 @@ void KVUserDefaults::reloadIfChangedOnDisk() const
     if (identity == m_loadedIdentity)
         return;
     m_loadedIdentity = identity;
-    m_values = identity.exists ? KVPropertyList::readDictionary(m_filePath) : QVariantMap();
+    m_values = identity.exists ? KVPropertyList::readDictionary(m_filePath).valueOr({}) : QVariantMap();
 }
 
 QVariant KVUserDefaults::persistentObjectForKey(const QString &key) const

@@ -228,7 +228,7 @@ private slots:
         for (int round = 1; round <= 300; ++round) {
             const QString item = sandbox().home() + QStringLiteral("/New");
             QVERIFY(writeFile(item + QStringLiteral("/marker"), QByteArray::number(round)));
-            QCOMPARE(KVFileOperations::replaceItem(destination, item), KVError());
+            QCOMPARE(KVFileOperations::replaceItem(destination, item).error(), KVError());
         }
         replacing = false;
         reader.join();
@@ -314,7 +314,7 @@ private slots:
             QCOMPARE(versionOf(destination), QByteArray("2.0"));
             QCOMPARE(hiddenIn(parent), QStringList());
             settings.insert(QStringLiteral("installer_vendor"), QStringLiteral("Keldran"));
-            QCOMPARE(KVPropertyList::readDictionary(settingsPath()), settings);
+            QCOMPARE(KVPropertyList::readDictionary(settingsPath()).valueOr({}), settings);
             QCOMPARE(QFileInfo(settingsPath()).lastModified().toUTC() != longAgo, rewritten);
             return;
         }

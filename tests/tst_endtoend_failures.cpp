@@ -297,7 +297,7 @@ void EndToEndFailuresTest::prepareFailure(Fault fault, const QString &craftedArc
     } else if (fault == Fault::NoUpdateAddress) {
         QVERIFY(QFile::remove(testServerFile));
         const QString infoPlist = m_installer.bundlePath() + QStringLiteral("/Contents/Info.plist");
-        QVariantMap info = KVPropertyList::readDictionary(infoPlist);
+        QVariantMap info = KVPropertyList::readDictionary(infoPlist).valueOr({});
         info.remove(QStringLiteral("AppUpdateURL"));
         QVERIFY(KVPropertyList::writeDictionary(infoPlist, info));
     } else if (fault == Fault::ServerDown) {

@@ -223,9 +223,7 @@ private Q_SLOTS:
         QVERIFY(!engine.terminateWithBundleId(identifier)); // none running
         const QString program = companionPath() + QStringLiteral("/Contents/MacOS/Nestora");
         for (const QString &bundle : {companionPath(), companionPath(), bystander}) {
-            KVError error;
-            QVERIFY(KVDetachedProcess::start(bundle + QStringLiteral("/Contents/MacOS/Nestora"), {}, &error));
-            QVERIFY(error.isNull());
+            QVERIFY(KVDetachedProcess::start(bundle + QStringLiteral("/Contents/MacOS/Nestora"), {}));
         }
         // Another user's instance (by real user id; root may still read and signal it): a program
         // that, unlike a Qt one, runs with real and effective user ids apart.
@@ -235,10 +233,10 @@ private Q_SLOTS:
             const QString sleeper = foreign + QStringLiteral("/Contents/MacOS/Nestora");
             QVERIFY(KVTestCompanion::install(foreign, {}, identifier));
             QVERIFY(QFile::remove(sleeper) && QFile::copy(QStringLiteral("/usr/bin/sleep"), sleeper));
-            othersInstance =
-                KVDetachedProcess::start(QStringLiteral("/usr/bin/setpriv"),
-                                         {QStringLiteral("--ruid=65534"), sleeper, QStringLiteral("600")}, nullptr);
-            QVERIFY(othersInstance);
+            const KVResult<qint64> started = KVDetachedProcess::start(
+                QStringLiteral("/usr/bin/setpriv"), {QStringLiteral("--ruid=65534"), sleeper, QStringLiteral("600")});
+            QVERIFY(started);
+            othersInstance = *started;
             QTRY_COMPARE(procLink(*othersInstance, "exe"), sleeper);
         }
         QTRY_COMPARE(m_companion->starts().size(), 3);

@@ -79,7 +79,7 @@ private Q_SLOTS:
         QVERIFY(xml.contains("<date>2023-11-14T22:13:20Z</date>")); // dates keep the right epoch
         QVERIFY(xml.contains("<true/>"));
 
-        const QVariantMap read = KVPropertyList::readDictionary(path);
+        const QVariantMap read = KVPropertyList::readDictionary(path).valueOr({});
         QCOMPARE(read, original);
         QCOMPARE(read.value("integer").metaType(), QMetaType::fromType<qint64>());
         QCOMPARE(read.value("date").metaType(), QMetaType::fromType<QDateTime>());
@@ -115,10 +115,10 @@ private Q_SLOTS:
         const QString path = KVTestSandbox::current().root() + QStringLiteral("/broken.plist");
         if (!content.isNull())
             QVERIFY(KVTestFiles::writeFile(path, content));
-        KVError error;
-        QVERIFY(KVPropertyList::readDictionary(path, &error).isEmpty());
-        QCOMPARE(error.domain(), KVCocoaErrorDomain);
-        QCOMPARE(error.code(), code);
+        const KVResult<QVariantMap> read = KVPropertyList::readDictionary(path);
+        QVERIFY(!read);
+        QCOMPARE(read.error().domain(), KVCocoaErrorDomain);
+        QCOMPARE(read.error().code(), code);
     }
 
     void userDefaultsLayers()
@@ -139,7 +139,7 @@ private Q_SLOTS:
         KVUserDefaults otherProcess(path);
         otherProcess.setObject("InstallerLastLaunchDate", QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
         QCOMPARE(defaults.dateForKey("InstallerLastLaunchDate").toSecsSinceEpoch(), 1700000000);
-        QVERIFY(!KVPropertyList::readDictionary(path).contains("Flag"));
+        QVERIFY(!KVPropertyList::readDictionary(path).valueOr({}).contains("Flag"));
         QVERIFY(defaults.boolForKey("Flag"));
         otherProcess.setObject("Flag", QStringLiteral("NO"));
         QVERIFY(!defaults.boolForKey("Flag"));

@@ -39,12 +39,11 @@ bool isInside(const QString &path, const QString &folder)
 
 } // namespace
 
-KVError KVArchiveCheck::checkListing(const QString &archivePath, const QString &folder)
+KVResult<> KVArchiveCheck::checkListing(const QString &archivePath, const QString &folder)
 {
-    KVError listingError;
-    const std::optional<KVUnzip::Listing> listing = KVUnzip::listArchive(archivePath, &listingError);
+    const KVResult<KVUnzip::Listing> listing = KVUnzip::listArchive(archivePath);
     if (!listing)
-        return listingError;
+        return listing.error();
     for (const QString &name : listing->entryNames)
         if (leavesFolder(name))
             return unsafeArchive(QStringLiteral("the entry \u201c%1\u201d points outside its folder").arg(name));
@@ -63,7 +62,7 @@ KVError KVArchiveCheck::checkListing(const QString &archivePath, const QString &
     return {};
 }
 
-KVError KVArchiveCheck::checkLinks(const QStringList &items)
+KVResult<> KVArchiveCheck::checkLinks(const QStringList &items)
 {
     for (const QString &item : items) {
         const QString top = QFileInfo(item).absoluteFilePath();
@@ -93,7 +92,7 @@ KVArchiveCheck::KVArchiveCheck(QString bundleName, QString bundleIdentifier)
     , m_bundleIdentifier(std::move(bundleIdentifier))
 {}
 
-KVError KVArchiveCheck::checkBundle(const QStringList &items) const
+KVResult<> KVArchiveCheck::checkBundle(const QStringList &items) const
 {
     if (items.isEmpty())
         return invalidBundle(m_bundleName, QStringLiteral("it holds nothing"));
@@ -128,7 +127,7 @@ KVError KVArchiveCheck::checkBundle(const QStringList &items) const
     return {};
 }
 
-KVError KVArchiveCheck::checkReportedVersion(const QString &bundlePath, const QString &version) const
+KVResult<> KVArchiveCheck::checkReportedVersion(const QString &bundlePath, const QString &version) const
 {
     const std::optional<KVBundle> bundle = KVBundle::bundleWithPath(bundlePath);
     const QString program = bundle ? bundle->executablePath() : QString();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Core/Extensions/KVError.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QStringList>
 
@@ -17,17 +17,17 @@ public:
     static constexpr qint64 maximumExpansion = 20;
 
     // Before unpacking the archive into the folder.
-    [[nodiscard]] static KVError checkListing(const QString &archivePath, const QString &folder);
+    static KVResult<> checkListing(const QString &archivePath, const QString &folder);
     // After unpacking: the top-level items of the extraction folder.
-    [[nodiscard]] static KVError checkLinks(const QStringList &items);
+    static KVResult<> checkLinks(const QStringList &items);
 
     // The bundle that an archive must hold, alone, to be deployed: its folder name and identifier.
     KVArchiveCheck(QString bundleName, QString bundleIdentifier);
     // The top-level items of the extraction folder, without "__MACOSX".
-    [[nodiscard]] KVError checkBundle(const QStringList &items) const;
+    KVResult<> checkBundle(const QStringList &items) const;
     // After checkBundle(), for a program that must run before it replaces the running one: started
     // with "--version", it prints the version within versionTimeout and ends with status 0.
-    [[nodiscard]] KVError checkReportedVersion(const QString &bundlePath, const QString &version) const;
+    KVResult<> checkReportedVersion(const QString &bundlePath, const QString &version) const;
     static constexpr int versionTimeoutSeconds = 10;
 
 private:

@@ -145,7 +145,7 @@ void KVDownloadTask::stopWith(const KVError &error)
 // A connection that breaks off can end a reply without an error (Qt retries a closed connection
 // and may then settle for what it got), so the body is measured against every length announced:
 // the Content-Length as sent, the end of an encoded stream, and the size the caller expects.
-KVError KVDownloadTask::lengthError() const
+KVResult<> KVDownloadTask::checkLength() const
 {
     bool hasLength = false;
     const qint64 announced = m_reply->rawHeader("Content-Length").trimmed().toLongLong(&hasLength);
@@ -156,7 +156,7 @@ KVError KVDownloadTask::lengthError() const
     return urlError(KVURLErrorNetworkConnectionLost, QStringLiteral("The network connection was lost."));
 }
 
-KVError KVDownloadTask::digestError() const
+KVResult<> KVDownloadTask::checkDigest() const
 {
     if (m_expectedSHA256.isEmpty())
         return {};
@@ -180,7 +180,7 @@ void KVDownloadTask::reportProgress(qint64 received, qint64 total)
         m_progress(KVTransferProgress{received, total});
 }
 
-KVError KVDownloadTask::outcome()
+KVResult<> KVDownloadTask::outcome()
 {
     if (m_stopError)
         return m_stopError;
@@ -197,10 +197,10 @@ KVError KVDownloadTask::outcome()
     writeAvailableData();
     if (m_stopError)
         return m_stopError;
-    if (KVError error = lengthError())
-        return error;
-    if (KVError error = digestError())
-        return error;
+    if (KVResult<> length = checkLength(); !length)
+        return length;
+    if (KVResult<> digest = checkDigest(); !digest)
+        return digest;
     if (!m_file.commit())
         return errorOfFile(m_file);
     return {};
@@ -208,7 +208,7 @@ KVError KVDownloadTask::outcome()
 
 void KVDownloadTask::finish()
 {
-    const KVError error = m_reply ? outcome() : m_stopError;
+    const KVError error = m_reply ? outcome().error() : m_stopError;
     if (error)
         m_file.cancelWriting(); // the temporary file goes; nothing appears under the destination's name
     if (m_completion)

@@ -4,6 +4,7 @@
 #include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVUpdateTypes.h"
 #include "Core/Extensions/KVCancellation.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QCryptographicHash>
 #include <QObject>
@@ -59,9 +60,9 @@ private:
     void stopWith(const KVError &error);
     void reportProgress(qint64 received, qint64 total);
     void finish();
-    KVError outcome();
-    KVError lengthError() const;
-    KVError digestError() const;
+    KVResult<> outcome();
+    KVResult<> checkLength() const;
+    KVResult<> checkDigest() const;
 
     KVHTTPSession m_session; // one per download: nothing is shared between downloads
     QSaveFile m_file;

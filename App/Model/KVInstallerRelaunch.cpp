@@ -31,15 +31,16 @@ QString previousBundlePath(const QString &bundlePath)
 
 void watch(const QString &bundlePath, const QString &previousProgram, const QStringList &arguments)
 {
-    KVError error;
     const QStringList scriptArguments{QStringLiteral("-c"),
                                       kWatchScript.arg(kConfirmationSeconds),
                                       QStringLiteral("nestora-relaunch-watch"),
                                       previousBundlePath(bundlePath),
                                       bundlePath,
                                       previousProgram};
-    if (!KVDetachedProcess::start(QStringLiteral("/bin/bash"), scriptArguments + arguments, &error))
-        KVLogError("%s: failed to watch the relaunch of %@ with error %@", __func__, bundlePath, error);
+    if (const KVResult<qint64> started =
+            KVDetachedProcess::start(QStringLiteral("/bin/bash"), scriptArguments + arguments);
+        !started)
+        KVLogError("%s: failed to watch the relaunch of %@ with error %@", __func__, bundlePath, started.error());
 }
 
 void confirm(const QString &bundlePath)
@@ -47,8 +48,8 @@ void confirm(const QString &bundlePath)
     const QString previous = previousBundlePath(bundlePath);
     if (!KVFileOperations::itemExists(previous))
         return;
-    if (const KVError error = KVFileOperations::removeItem(previous))
-        KVLogError("%s: failed to remove the previous installer %@ with error %@", __func__, previous, error);
+    if (const KVResult<> removed = KVFileOperations::removeItem(previous); !removed)
+        KVLogError("%s: failed to remove the previous installer %@ with error %@", __func__, previous, removed.error());
     else
         KVLogInfo("%s: the relaunched installer runs; removed the previous one", __func__);
 }

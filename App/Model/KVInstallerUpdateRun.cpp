@@ -115,7 +115,7 @@ void KVInstallerUpdateRun::install()
     if (unzipError) {
         m_runError = unzipError;
         KVLogError("Failed to unzip %@ with error:%@", m_downloadPath, unzipError);
-    } else if ((m_runError = expectedBundle.checkReportedVersion(items->first(), version))) {
+    } else if ((m_runError = expectedBundle.checkReportedVersion(items->first(), version).error())) {
         KVLogError("%@: the new installer %@ does not run: %@", KVUpdateHelper::kClassName, items->first(), m_runError);
     } else {
         KVDispatch::syncMain([this] { report(0.9f, KVProgressMessage(QStringLiteral("IDS_INSTALLER_UPDATING"))); });

@@ -56,8 +56,8 @@ void removeMatching(const QString &folder, const QRegularExpression &pattern)
     for (const QFileInfo &entry : entries) {
         if (!pattern.match(entry.fileName()).hasMatch() || !isOwnedByThisUser(entry) || !isMarkedAsOurs(entry))
             continue;
-        if (const KVError error = KVFileOperations::removeItem(entry.filePath()))
-            KVLogWarning("%s: failed to remove %@ with error %@", __func__, entry.filePath(), error);
+        if (const KVResult<> removed = KVFileOperations::removeItem(entry.filePath()); !removed)
+            KVLogWarning("%s: failed to remove %@ with error %@", __func__, entry.filePath(), removed.error());
         else
             KVLogInfo("%s: removed %@", __func__, entry.filePath());
     }
@@ -79,8 +79,8 @@ void removeUnpackingFolderOf(const QStringList &items)
     const QFileInfo folder(QFileInfo(items.first()).absolutePath());
     if (!folder.fileName().startsWith(kUnpackingPrefix))
         return;
-    if (const KVError error = KVFileOperations::removeItem(folder.filePath()))
-        KVLogWarning("%s: failed to remove %@ with error %@", __func__, folder.filePath(), error);
+    if (const KVResult<> removed = KVFileOperations::removeItem(folder.filePath()); !removed)
+        KVLogWarning("%s: failed to remove %@ with error %@", __func__, folder.filePath(), removed.error());
 }
 
 void removeDownloads()

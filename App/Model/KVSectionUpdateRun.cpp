@@ -121,36 +121,38 @@ void KVSectionUpdateRun::downloadSections()
         } else if (!QUrl(url, QUrl::StrictMode).isValid()) {
             KVLogError("%@ invalid download url %@", KVUpdateHelper::kClassName, QUrl(url));
         } else if (!path.isEmpty()) {
-            if (!downloadSection(*section, url, path))
+            if (const KVResult<> downloaded = downloadSection(*section, url, path); !downloaded) {
+                m_runError = downloaded.error();
                 return;
+            }
             continue;
         }
         m_downloaded << std::nullopt; // skipped; the sections after it keep their places
     }
 }
 
-// False when the run must stop downloading.
-bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QString &url, const QString &path)
+// A failure stops the run's downloads and becomes its error.
+KVResult<> KVSectionUpdateRun::downloadSection(const KVINISection &section, const QString &url, const QString &path)
 {
     if (isVerifiedDownload(section, path)) {
         KVLogInfo("%@ uses %@, downloaded and verified by an earlier run", KVUpdateHelper::kClassName, path);
         m_completedBytes += QFileInfo(path).size();
         m_downloaded << path;
-        return true;
+        return {};
     }
     (void)KVFileOperations::removeItem(path);
     const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
-    if (const KVError spaceError = KVFileOperations::checkFreeSpace(QFileInfo(path).absolutePath(), bytes)) {
-        m_runError = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed,
-                             {{KVUnderlyingErrorKey, QVariant::fromValue(spaceError)}});
-        KVLogError("%@ cannot download %@: %@", KVUpdateHelper::kClassName, url, spaceError);
-        return false;
+    if (const KVResult<> space = KVFileOperations::checkFreeSpace(QFileInfo(path).absolutePath(), bytes); !space) {
+        KVLogError("%@ cannot download %@: %@", KVUpdateHelper::kClassName, url, space.error());
+        return KVError(KVURLErrorDomain, KVURLErrorConnectionFailed,
+                       {{KVUnderlyingErrorKey, QVariant::fromValue(space.error())}});
     }
     report(QStringLiteral("IDS_INSTALLER_DOWNLOADING"));
 
     // The callbacks run on the main thread while this thread waits for the semaphore.
     m_sectionBytes = 0;
     QSemaphore finished;
+    KVError transferError;
     KVUpdateHelper::downloadURL(
         url, path,
         [this](const KVTransferProgress &progress) {
@@ -160,14 +162,14 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
             if (m_progressHandler)
                 m_progressHandler(m_fraction, KVProgressMessage(QStringLiteral("IDS_INSTALLER_DOWNLOADING")));
         },
-        [this, &finished, bytes](const QString &, const KVError &error) {
+        [this, &finished, &transferError, bytes](const QString &, const KVError &error) {
             // Every transfer failure is URL error 2; what really happened rides along for the
             // user's text and the log, with the space a full disk lacked.
             if (error) {
                 QVariantMap info{{KVUnderlyingErrorKey, QVariant::fromValue(error)}};
                 if (bytes > 0)
                     info.insert(KVRequiredBytesKey, bytes);
-                m_runError = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, info);
+                transferError = KVError(KVURLErrorDomain, KVURLErrorConnectionFailed, info);
             } else {
                 m_completedBytes += m_sectionBytes;
             }
@@ -175,18 +177,17 @@ bool KVSectionUpdateRun::downloadSection(const KVINISection &section, const QStr
         },
         KVUpdateHelper::expectedDownloadOfSection(section));
     finished.acquire();
-    if (m_runError)
-        return false;
+    if (transferError)
+        return transferError;
 
     report(QStringLiteral("IDS_INSTALLER_DOWNLOADING"));
     if (!m_engine.shouldVerifyMD5() || m_engine.fileMatchesDigestOfSection(path, section)) {
         m_downloaded << path;
-        return true;
+        return {};
     }
     m_downloaded << std::nullopt;
-    m_runError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch);
     KVLogError("%@ md5 is wrong", path);
-    return false;
+    return KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch);
 }
 
 void KVSectionUpdateRun::announceInstallation()
@@ -259,7 +260,7 @@ void KVSectionUpdateRun::deploySection(const KVINISection &section, const QStrin
 
     // An archive that could not be unpacked or failed its check deploys nothing: the installed item stays whole.
     if (!error) {
-        error = deployDeliverable(section, type, items, downloadedPath, deploymentPath, pluginIsNew);
+        error = deployDeliverable(section, type, items, downloadedPath, deploymentPath, pluginIsNew).error();
         if (error && !m_runError)
             m_runError = error;
     }
@@ -273,25 +274,25 @@ void KVSectionUpdateRun::deploySection(const KVINISection &section, const QStrin
     }
 }
 
-KVError KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
-                                              const QStringList &items, const QString &downloadedPath,
-                                              const QString &deploymentPath, bool pluginIsNew)
+KVResult<> KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
+                                                 const QStringList &items, const QString &downloadedPath,
+                                                 const QString &deploymentPath, bool pluginIsNew)
 {
     KVError error;
     switch (type) {
     case KVUpdateSectionTypeApplicationRelease:
         KVUpdateHelper::deployApp(items, deploymentPath, &error);
-        return error;
+        return KVResult<>::fromOutParameter(error);
     case KVUpdateSectionTypeDeviceIcon:
         (void)KVUpdateHelper::deploy(items, deploymentPath, &error);
-        return error;
+        return KVResult<>::fromOutParameter(error);
     case KVUpdateSectionTypeModuleRelease:
         (void)KVUpdateHelper::deploy(items, deploymentPath, &error);
         if (error)
             KVLogError("%@: failed to install plugin %@", KVUpdateHelper::kClassName, section.name());
         else
             announcePlugin(section, pluginIsNew);
-        return error;
+        return KVResult<>::fromOutParameter(error);
     default: // single files: the devices XML, the smart cards, and any other kind with a place
         QDir().mkpath(QFileInfo(deploymentPath).absolutePath());
         if (type == KVUpdateSectionTypeDeviceXML)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "App/Model/KVUpdateHelper.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <optional>
 
@@ -22,14 +23,13 @@ private:
     void selectSections();
     void weighSections();
     void downloadSections();
-    [[nodiscard]] bool downloadSection(const KVINISection &section, const QString &url, const QString &path);
+    KVResult<> downloadSection(const KVINISection &section, const QString &url, const QString &path);
     void announceInstallation();
     void takeFirstInstallationCensus();
     void deploySections();
     void deploySection(const KVINISection &section, const QString &downloadedPath);
-    [[nodiscard]] KVError deployDeliverable(const KVINISection &section, KVUpdateSectionType type,
-                                            const QStringList &items, const QString &downloadedPath,
-                                            const QString &deploymentPath, bool pluginIsNew);
+    KVResult<> deployDeliverable(const KVINISection &section, KVUpdateSectionType type, const QStringList &items,
+                                 const QString &downloadedPath, const QString &deploymentPath, bool pluginIsNew);
     void removeUnverifiedDownloads();
     [[nodiscard]] bool isVerifiedDownload(const KVINISection &section, const QString &path) const;
     void announcePlugin(const KVINISection &section, bool firstInstallation);

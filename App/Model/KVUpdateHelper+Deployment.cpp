@@ -32,18 +32,38 @@ void setError(KVError *error, const KVError &value)
 }
 
 // The full paths of the folder's entries, in the order the file system lists them.
-std::optional<QStringList> entriesOfFolder(const QString &folder, KVError *error)
+KVResult<QStringList> entriesOfFolder(const QString &folder)
 {
     std::error_code code;
     fs::directory_iterator entries(fs::path(QFile::encodeName(folder).toStdString()), code);
     QStringList paths;
     for (; !code && entries != fs::directory_iterator(); entries.increment(code))
         paths << folder + QLatin1Char('/') + QFile::decodeName(entries->path().filename().c_str());
-    if (code) {
-        setError(error, KVError::fromErrno(code.value(), folder));
-        return std::nullopt;
-    }
+    if (code)
+        return KVError::fromErrno(code.value(), folder);
     return paths;
+}
+
+// Unpacks the archive into the folder and yields its top-level items, once every check has passed.
+// What the archive claims is checked first, so that a hostile one never fills the disk.
+KVResult<QStringList> unpackCheckedArchive(const QString &archivePath, const QString &folder,
+                                           const std::optional<KVArchiveCheck> &expectedBundle)
+{
+    if (const KVResult<> listing = KVArchiveCheck::checkListing(archivePath, folder); !listing)
+        return listing.error();
+    if (const KVResult<> extracted = KVUnzip::extractArchive(archivePath, folder); !extracted)
+        return extracted.error();
+    KVResult<QStringList> items = entriesOfFolder(folder);
+    if (!items)
+        return items;
+    if (const KVResult<> links = KVArchiveCheck::checkLinks(*items); !links)
+        return links.error();
+    items->removeIf([](const QString &path) { return QFileInfo(path).fileName() == QLatin1String("__MACOSX"); });
+    if (expectedBundle) {
+        if (const KVResult<> bundle = expectedBundle->checkBundle(*items); !bundle)
+            return bundle.error();
+    }
+    return items;
 }
 
 // Makes sure the installer settings name the vendor; the file is written only when they do not.
@@ -51,19 +71,19 @@ void recordInstallerVendor()
 {
     const QString path =
         KVStandardPaths::applicationSupportDirectory() + QStringLiteral("/Nestora/InstallerSettings.plist");
-    QVariantMap settings = KVPropertyList::readDictionary(path);
+    QVariantMap settings = KVPropertyList::readDictionary(path).valueOr({});
     const QVariant vendor = settings.value(kInstallerVendorKey);
     if (vendor.metaType() == QMetaType::fromType<QString>() && vendor.toString() == kInstallerVendor)
         return;
     settings.insert(kInstallerVendorKey, kInstallerVendor);
     QDir().mkpath(QFileInfo(path).absolutePath());
-    [[maybe_unused]] const bool written = KVPropertyList::writeDictionary(path, settings); // best effort
+    (void)KVPropertyList::writeDictionary(path, settings); // best effort
 }
 
 // Replaces the application through "Install.sh" as root. Every argument is quoted so that the
 // shell reads it back exactly: the unpacked item's name comes from a downloaded archive and must
 // never be able to run a command of its own.
-KVError deployAppWithPrivilege(const QStringList &items, const QString &destination)
+KVResult<> deployAppWithPrivilege(const QStringList &items, const QString &destination)
 {
     const QString script = KVBundle::mainBundle().resourcePath() + QStringLiteral("/Install.sh");
     const QStringList arguments{KVShellQuoting::singleQuoted(destination), KVShellQuoting::singleQuoted(items.value(0)),
@@ -106,30 +126,18 @@ std::optional<QStringList> KVUpdateHelper::unzip(const QString &archivePath, KVE
         setError(error, KVError::fromErrno(code.value(), folder));
         return std::nullopt;
     }
-    // A failed unpacking yields nothing at all: half an application must never be deployed. What
-    // the archive claims is checked first, so that a hostile one never fills the disk.
-    KVError unzipError = KVArchiveCheck::checkListing(archivePath, folder);
-    if (!unzipError)
-        unzipError = KVUnzip::extractArchive(archivePath, folder);
-    std::optional<QStringList> items;
-    if (!unzipError)
-        items = entriesOfFolder(folder, &unzipError);
-    if (!unzipError)
-        unzipError = KVArchiveCheck::checkLinks(*items);
-    if (items)
-        items->removeIf([](const QString &path) { return QFileInfo(path).fileName() == QLatin1String("__MACOSX"); });
-    if (!unzipError && expectedBundle)
-        unzipError = expectedBundle->checkBundle(*items);
-    if (unzipError) {
-        KVLogError("%s: failed to unzip %@ with error %@", __func__, archivePath, unzipError);
-        [[maybe_unused]] const KVError ignored = KVFileOperations::removeItem(folder);
-        setError(error, unzipError);
+    // A failed unpacking yields nothing at all: half an application must never be deployed.
+    KVResult<QStringList> items = unpackCheckedArchive(archivePath, folder, expectedBundle);
+    if (!items) {
+        KVLogError("%s: failed to unzip %@ with error %@", __func__, archivePath, items.error());
+        (void)KVFileOperations::removeItem(folder);
+        setError(error, items.error());
         return std::nullopt;
     }
     // Nothing to deploy from it: the folder goes now, as it would after a deployment.
-    if (items->isEmpty()) [[maybe_unused]]
-        const KVError ignored = KVFileOperations::removeItem(folder);
-    return items;
+    if (items->isEmpty())
+        (void)KVFileOperations::removeItem(folder);
+    return std::move(items).value();
 }
 
 bool KVUpdateHelper::deploy(const QStringList &items, const QString &destination, KVError *error)
@@ -146,10 +154,10 @@ bool KVUpdateHelper::deploy(const QStringList &items, const QString &destination
     }
     // Each item replaces the destination itself, so of several items the last one stays.
     for (const QString &item : items) {
-        if (const KVError replaceError = KVFileOperations::replaceItem(destination, item)) {
+        if (const KVResult<> replaced = KVFileOperations::replaceItem(destination, item); !replaced) {
             KVLogError("Failed to replaceItemAtPath:%@ withItemAtPath:%@ with error:%@", destination, item,
-                       replaceError);
-            setError(error, replaceError);
+                       replaced.error());
+            setError(error, replaced.error());
             return true;
         }
     }
@@ -165,7 +173,7 @@ void KVUpdateHelper::deployApp(const QStringList &items, const QString &destinat
         KVLogError("%@ failed to do normal deployment, error %@", kClassName, deployError);
         if (needsAdministratorRights(deployError)) {
             KVLogInfo("%@ will deploy app to %@ with privilege", kClassName, destination);
-            deployError = deployAppWithPrivilege(items, destination);
+            deployError = deployAppWithPrivilege(items, destination).error();
         }
     }
     if (deployError) {
@@ -187,12 +195,12 @@ bool KVUpdateHelper::deployInstaller(const QString &newBundle, const QString &ru
 
     KVError outcome;
     if (KVFileOperations::itemExists(temporaryPath)) {
-        outcome = KVFileOperations::removeItem(temporaryPath);
+        outcome = KVFileOperations::removeItem(temporaryPath).error();
         if (outcome)
             KVLogError("Failed to remove temp item at path:%@ with error:%@", temporaryPath, outcome);
     }
     if (!outcome)
-        outcome = KVFileOperations::moveItem(newBundle, temporaryPath);
+        outcome = KVFileOperations::moveItem(newBundle, temporaryPath).error();
     if (outcome) {
         KVLogError("Failed to move item at path:%@ to path:%@ with error:%@", newBundle, temporaryPath, outcome);
         setError(error, outcome);
@@ -201,20 +209,20 @@ bool KVUpdateHelper::deployInstaller(const QString &newBundle, const QString &ru
 
     // One step swaps the two, so the installer's place is never empty; the old bundle, now at the
     // temporary path, waits beside the new one until the relaunched installer confirms that it runs.
-    outcome = KVFileOperations::exchangeItems(temporaryPath, runningBundle);
+    outcome = KVFileOperations::exchangeItems(temporaryPath, runningBundle).error();
     if (outcome) {
         KVLogError("Failed to replaceItemAtPath:%@ withItemAtPath:%@ with error:%@", runningBundle, temporaryPath,
                    outcome);
     } else {
         const QString previous = KVInstallerRelaunch::previousBundlePath(runningBundle);
-        [[maybe_unused]] const KVError stale = KVFileOperations::removeItem(previous);
-        if (const KVError keepError = KVFileOperations::moveItem(temporaryPath, previous))
-            KVLogError("Failed to keep the previous installer at %@ with error:%@", previous, keepError);
+        (void)KVFileOperations::removeItem(previous);
+        if (const KVResult<> kept = KVFileOperations::moveItem(temporaryPath, previous); !kept)
+            KVLogError("Failed to keep the previous installer at %@ with error:%@", previous, kept.error());
     }
 
     if (KVFileOperations::itemExists(temporaryPath)) {
-        if (const KVError removeError = KVFileOperations::removeItem(temporaryPath))
-            outcome = removeError;
+        if (const KVResult<> removed = KVFileOperations::removeItem(temporaryPath); !removed)
+            outcome = removed.error();
         if (outcome)
             KVLogError("Failed to remove item at path:%@ with error:%@", runningBundle, outcome);
     } else {

@@ -22,8 +22,8 @@ QString secondsSince1970(const QDateTime &date)
     return KVNumberText(double(date.toMSecsSinceEpoch()) / 1000.0);
 }
 
-// Why the application at the bundle path cannot be started, or the null error when it can.
-KVError launchabilityOfApplication(const QString &bundlePath)
+// Whether the application at the bundle path can be started, and if not, why.
+KVResult<> launchabilityOfApplication(const QString &bundlePath)
 {
     if (!KVFileOperations::itemExists(bundlePath))
         return KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorNothingInstalled,
@@ -64,14 +64,14 @@ void KVUpdateHelper::launchApp()
 
     KVLogError("%@ start parameters %@", kClassName, arguments);
     const QString bundlePath = KVStandardPaths::applicationsDirectory() + QStringLiteral("/Nestora.app");
-    const KVError error = launchabilityOfApplication(bundlePath);
-    if (error)
-        KVLogError("%@ cannot launch %@: %@", kClassName, bundlePath, error);
+    const KVResult<> launchable = launchabilityOfApplication(bundlePath);
+    if (!launchable)
+        KVLogError("%@ cannot launch %@: %@", kClassName, bundlePath, launchable.error());
     else
         launchWithBundlePath(bundlePath, arguments, 0);
     KVDispatch::syncMain([&] {
-        if (error && m_host.launchDidFail)
-            m_host.launchDidFail(error);
+        if (!launchable && m_host.launchDidFail)
+            m_host.launchDidFail(launchable.error());
         else if (m_host.terminate)
             m_host.terminate();
     });
@@ -118,7 +118,8 @@ void KVUpdateHelper::launchWithBundlePath(const QString &bundlePath, const QStri
                  openCommand);
     KVSystemLog::write(QStringLiteral("Command:%1").arg(script));
 
-    KVError error;
-    if (!KVDetachedProcess::start(QStringLiteral("/bin/bash"), {QStringLiteral("-c"), script}, &error))
-        KVLogError("%@ failed to start the launch script with error %@", kClassName, error);
+    if (const KVResult<qint64> started =
+            KVDetachedProcess::start(QStringLiteral("/bin/bash"), {QStringLiteral("-c"), script});
+        !started)
+        KVLogError("%@ failed to start the launch script with error %@", kClassName, started.error());
 }

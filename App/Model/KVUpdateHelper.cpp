@@ -147,7 +147,7 @@ KVUpdateHelper::KVUpdateHelper(const QUrl &updateURL)
     }
     m_queue = std::make_unique<KVSerialQueue>(kClassName);
     m_archive = KVStandardPaths::applicationSupportDirectory() + QStringLiteral("/Nestora/UpdateHistory.plist");
-    m_history = KVPropertyList::readDictionary(m_archive);
+    m_history = KVPropertyList::readDictionary(m_archive).valueOr({});
 }
 
 KVUpdateHelper::~KVUpdateHelper()

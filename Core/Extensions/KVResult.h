@@ -72,6 +72,10 @@ public:
         Q_ASSERT_X(!m_error.isNull(), "KVResult", "a failure needs an error");
     }
 
+    // What an error out-parameter told: success when it was left null. Only for the calls whose
+    // out-parameters are part of the engine's interface.
+    static KVResult fromOutParameter(const KVError &error) { return error.isNull() ? KVResult() : KVResult(error); }
+
     bool ok() const { return m_error.isNull(); }
     explicit operator bool() const { return ok(); }
 

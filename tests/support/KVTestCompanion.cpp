@@ -76,7 +76,7 @@ bool KVTestCompanion::install(const QString &bundlePath, const QString &executab
     if (!KVTestProcess::run({QStringLiteral("cp"), QStringLiteral("-R"), builtBundlePath(), bundlePath}).succeeded())
         return false;
     const QString infoPath = bundlePath + QStringLiteral("/Contents/Info.plist");
-    QVariantMap info = KVPropertyList::readDictionary(infoPath);
+    QVariantMap info = KVPropertyList::readDictionary(infoPath).valueOr({});
     if (!executableName.isEmpty()) {
         const QString folder = bundlePath + QStringLiteral("/Contents/MacOS/");
         if (!QFile::rename(folder + info.value(QStringLiteral("CFBundleExecutable")).toString(),
@@ -86,7 +86,7 @@ bool KVTestCompanion::install(const QString &bundlePath, const QString &executab
     }
     if (!bundleIdentifier.isEmpty())
         info.insert(QStringLiteral("CFBundleIdentifier"), bundleIdentifier);
-    return KVPropertyList::writeDictionary(infoPath, info);
+    return KVPropertyList::writeDictionary(infoPath, info).ok();
 }
 
 QList<KVTestCompanion::Start> KVTestCompanion::starts() const

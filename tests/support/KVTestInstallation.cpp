@@ -55,12 +55,12 @@ bool installApplication(const QString &version)
 bool writeHistory(const QVariantMap &history)
 {
     QDir().mkpath(vendorFolder());
-    return KVPropertyList::writeDictionary(historyPath(), history);
+    return KVPropertyList::writeDictionary(historyPath(), history).ok();
 }
 
 QVariantMap history()
 {
-    return KVPropertyList::readDictionary(historyPath());
+    return KVPropertyList::readDictionary(historyPath()).valueOr({});
 }
 
 QMap<QString, QByteArray> snapshot(const QString &path)

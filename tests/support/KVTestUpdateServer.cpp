@@ -46,7 +46,7 @@ bool KVTestUpdateServer::copyBundle(const QString &source, const QString &destin
     if (!KVTestProcess::run({QStringLiteral("cp"), QStringLiteral("-R"), source, destination}).succeeded())
         return false;
     const QString infoPath = destination + QStringLiteral("/Contents/Info.plist");
-    QVariantMap info = KVPropertyList::readDictionary(infoPath);
+    QVariantMap info = KVPropertyList::readDictionary(infoPath).valueOr({});
     info.insert(kVersionKey, version);
     return KVPropertyList::writeDictionary(infoPath, info) &&
            KVTestFiles::writeFile(destination + QLatin1Char('/') + releaseMarker, version.toUtf8());
