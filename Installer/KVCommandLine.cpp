@@ -1,5 +1,7 @@
 #include "Installer/KVCommandLine.h"
 
+#include "App/Model/KVErrorClass.h"
+#include "Installer/KVHeadlessDriver.h"
 #include "Platform/KVBundle.h"
 
 #include <QTextStream>
@@ -57,21 +59,21 @@ int KVCommandLine::answer() const
     switch (m_request) {
     case Request::Help:
         output << usageText();
-        return kAnsweredStatus;
+        return KVHeadlessDriver::Succeeded;
     case Request::Version:
         if (const QString version = KVBundle::mainBundle().bundleVersion(); !version.isEmpty()) {
             output << version << '\n';
-            return kAnsweredStatus;
+            return KVHeadlessDriver::Succeeded;
         }
         errors << KVBundle::kInstallerName << ": the installer's Info.plist holds no version\n";
-        return kFailedStatus;
+        return KVErrorExitStatus(KVErrorClass::Failed); // the bundle holds no version
     case Request::UsageError:
         errors << KVBundle::kInstallerName << ": " << m_usageError << "\n\n" << usageText();
-        return kUsageErrorStatus;
+        return KVHeadlessDriver::UsageError;
     case Request::Run:
         break;
     }
-    return kAnsweredStatus;
+    return KVHeadlessDriver::Succeeded;
 }
 
 QString KVCommandLine::usageText()

@@ -15,11 +15,6 @@ public:
         UsageError, // print what is wrong and the usage text
     };
 
-    // Exit statuses of the requests answered here.
-    static constexpr int kAnsweredStatus = 0;
-    static constexpr int kFailedStatus = 1; // the bundle holds no version
-    static constexpr int kUsageErrorStatus = 2;
-
     static inline const QString kHeadlessOption = QStringLiteral("--headless");
     static inline const QString kAcceptLicenseOption = QStringLiteral("--accept-license");
 

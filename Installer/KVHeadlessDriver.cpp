@@ -81,7 +81,7 @@ int KVHeadlessDriver::exec(const QStringList &arguments)
     QFile errors;
     if (!output.open(stdout, QIODevice::WriteOnly | QIODevice::Unbuffered) ||
         !errors.open(stderr, QIODevice::WriteOnly | QIODevice::Unbuffered))
-        return Failed;
+        return KVErrorExitStatus(KVErrorClass::Failed);
     KVInstallerStartup::beginLaunching(kClassName, arguments);
     KVHeadlessDriver driver(KVUpdateHelper::sharedInstance(), &output, &errors, ::isatty(STDOUT_FILENO) == 1);
     QObject::connect(&driver, &KVHeadlessDriver::finished, QCoreApplication::instance(), &QCoreApplication::exit);

@@ -52,8 +52,7 @@ public:
     // The statuses that are not failures of the update; each failure has its own, from its
     // error class (KVErrorExitStatus()).
     enum ExitStatus : int {
-        Succeeded = 0,           // Nestora was started (or the installer relaunched itself)
-        Failed = 1,              // a failure of no named class
+        Succeeded = 0,           // Nestora was started (or the installer relaunched itself); a request answered
         UsageError = 2,          // unknown option, or the licence not accepted
         AnotherInstanceRuns = 4, // another installer of this user is running
     };

@@ -24,7 +24,7 @@ void KVInstallerStartup::finishLaunching(KVUpdateHost host)
         KVBundle::mainBundle().pathForResource(QStringLiteral("VexaUserDefaults"), QStringLiteral("plist"));
     if (!defaultsPath.isEmpty())
         defaults.registerDefaults(KVPropertyList::readDictionary(defaultsPath).valueOr({}));
-    defaults.synchronize();
+    (void)defaults.synchronize(); // best effort: the defaults in memory serve this run
     KVUpdateHelper::sharedInstance().setHost(std::move(host));
     defaults.setObject(QStringLiteral("InstallerLastLaunchDate"), QDateTime::currentDateTimeUtc());
 }

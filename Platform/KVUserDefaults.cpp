@@ -92,7 +92,7 @@ void KVUserDefaults::setObject(const QString &key, const QVariant &value)
         reloadIfChangedOnDisk();
         m_values.insert(key, value);
     }
-    synchronize();
+    (void)synchronize(); // a value that cannot be written stays in memory; callers who must know synchronize()
 }
 
 void KVUserDefaults::removeObjectForKey(const QString &key)
@@ -103,7 +103,7 @@ void KVUserDefaults::removeObjectForKey(const QString &key)
         if (m_values.remove(key) == 0)
             return;
     }
-    synchronize();
+    (void)synchronize(); // as in setObject()
 }
 
 void KVUserDefaults::registerDefaults(const QVariantMap &defaults)
@@ -112,12 +112,12 @@ void KVUserDefaults::registerDefaults(const QVariantMap &defaults)
     m_registered.insert(defaults);
 }
 
-bool KVUserDefaults::synchronize()
+KVResult<> KVUserDefaults::synchronize()
 {
     QMutexLocker lock(&m_mutex);
     QDir().mkpath(QFileInfo(m_filePath).absolutePath());
-    if (!KVPropertyList::writeDictionary(m_filePath, m_values))
-        return false;
+    if (KVResult<> written = KVPropertyList::writeDictionary(m_filePath, m_values); !written)
+        return written;
     m_loadedIdentity = identityOnDisk();
-    return true;
+    return {};
 }

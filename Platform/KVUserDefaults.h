@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Core/Extensions/KVResult.h"
+
 #include <QDateTime>
 #include <QMutex>
 #include <QVariantMap>
@@ -30,8 +32,8 @@ public:
     void removeObjectForKey(const QString &key);
     void registerDefaults(const QVariantMap &defaults);
 
-    // Writes pending changes; false when the file could not be written (the values stay in memory).
-    bool synchronize();
+    // Writes pending changes; an error when the file could not be written (the values stay in memory).
+    KVResult<> synchronize();
 
 private:
     struct FileIdentity
