@@ -111,7 +111,7 @@ KVResult<void> KVManifestTrust::accept(const KVINI &manifest) const
     if (expires <= QDateTime::currentDateTimeUtc())
         return unverified(QStringLiteral("it expired on %1").arg(expires.toString(Qt::ISODate)));
 
-    if (const KVResult<void> digests = checkDigestsOf(manifest); !digests)
+    if (KVResult<void> digests = checkDigestsOf(manifest); !digests)
         return digests;
 
     if (!accepted.isValid() || serial > accepted.toLongLong()) {

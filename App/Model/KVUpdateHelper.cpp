@@ -47,7 +47,7 @@ KVResult<QByteArray> fetchSignatureOf(const QUrl &manifestURL)
     QUrl url = manifestURL;
     url.setPath(url.path() + QStringLiteral(".minisig"));
     KVError error;
-    const QByteArray signature = KVUpdateHelper::downloadURL(url, &error);
+    QByteArray signature = KVUpdateHelper::downloadURL(url, &error);
     if (!error)
         return signature;
     // A server that answers, but not with the signature, serves an unsigned manifest.
