@@ -50,8 +50,8 @@ QStringList knownKeys(const Section &section)
     case KVUpdateSectionTypeUnknown:
         break;
     }
-    if (section.name == KVManifestPublisher::kManifestSection)
-        return {KVManifestPublisher::kSerialKey, KVManifestPublisher::kExpiresKey};
+    if (section.name == KVManifestTrust::kManifestSection)
+        return {KVManifestTrust::kSerialKey, KVManifestTrust::kExpiresKey};
     return {};
 }
 
@@ -188,7 +188,7 @@ QList<KVManifestFinding> warnings(const KVManifestOutline &outline)
             continue;
         }
         firstLineOfSection.insert(section.name, section.line);
-        if (typeOf(section) == KVUpdateSectionTypeUnknown && section.name != KVManifestPublisher::kManifestSection) {
+        if (typeOf(section) == KVUpdateSectionTypeUnknown && section.name != KVManifestTrust::kManifestSection) {
             const QString intended = intendedName(section.name);
             findings << warning(
                 section.line,

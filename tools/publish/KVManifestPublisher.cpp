@@ -351,9 +351,9 @@ bool KVManifestPublisher::fail(KVPublishErrorCode code, const QString &message)
 
 KVINISectionPtr KVManifestPublisher::manifestSection(qint64 serial, const QDateTime &expires)
 {
-    auto section = std::make_shared<KVINISection>(kManifestSection);
-    section->addItemWithKey(kSerialKey, QString::number(serial));
-    section->addItemWithKey(kExpiresKey, expires.toUTC().toString(Qt::ISODate));
+    auto section = std::make_shared<KVINISection>(KVManifestTrust::kManifestSection);
+    section->addItemWithKey(KVManifestTrust::kSerialKey, QString::number(serial));
+    section->addItemWithKey(KVManifestTrust::kExpiresKey, expires.toUTC().toString(Qt::ISODate));
     return section;
 }
 

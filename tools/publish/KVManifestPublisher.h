@@ -1,6 +1,7 @@
 #pragma once
 
 #include "App/Model/KVINISection.h"
+#include "App/Model/KVManifestTrust.h"
 #include "Core/Extensions/KVError.h"
 
 #include <QDateTime>
@@ -67,9 +68,6 @@ public:
     // publication to the next and "Expires" (ISO 8601, UTC) ends its validity, so that an old
     // manifest cannot be replayed to the installer, nor one kept from it for ever.
     static KVINISectionPtr manifestSection(qint64 serial, const QDateTime &expires);
-    static inline const QString kManifestSection = QStringLiteral("Manifest");
-    static inline const QString kSerialKey = QStringLiteral("Serial");
-    static inline const QString kExpiresKey = QStringLiteral("Expires");
 
     // The manifest text: "[name]" headers and "key=value" lines.
     static QByteArray manifestText(const QList<KVINISectionPtr> &sections);

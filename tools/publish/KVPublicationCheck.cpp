@@ -54,13 +54,13 @@ void KVPublicationCheck::checkSignature(const KVMinisign::PublicKey &key, QList<
 
 void KVPublicationCheck::checkFreshness(const QDateTime &now, QList<KVManifestFinding> &findings) const
 {
-    const KVManifestOutline::Section *manifest = m_outline.section(KVManifestPublisher::kManifestSection);
+    const KVManifestOutline::Section *manifest = m_outline.section(KVManifestTrust::kManifestSection);
     if (!manifest) {
         findings << error(0, QStringLiteral("no [Manifest] section: the installer refuses a signed manifest without "
                                             "its Serial and Expires"));
         return;
     }
-    const KVManifestOutline::Item *serial = manifest->item(KVManifestPublisher::kSerialKey);
+    const KVManifestOutline::Item *serial = manifest->item(KVManifestTrust::kSerialKey);
     bool isNumber = false;
     if (!serial)
         findings << error(manifest->line, QStringLiteral("[Manifest] has no Serial"));
@@ -68,7 +68,7 @@ void KVPublicationCheck::checkFreshness(const QDateTime &now, QList<KVManifestFi
         findings << error(serial->line,
                           QStringLiteral("Serial=%1 is not a whole number of at least 1").arg(serial->value));
 
-    const KVManifestOutline::Item *expires = manifest->item(KVManifestPublisher::kExpiresKey);
+    const KVManifestOutline::Item *expires = manifest->item(KVManifestTrust::kExpiresKey);
     QDateTime expiry = expires ? QDateTime::fromString(expires->value, Qt::ISODate) : QDateTime();
     // A time without a zone is UTC, as the installer reads it.
     if (expiry.timeSpec() == Qt::LocalTime)
