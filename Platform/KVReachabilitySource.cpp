@@ -3,8 +3,6 @@
 #include "Core/Logging/KVLog.h"
 #include "Platform/KVRouteMonitor.h"
 
-#include <QNetworkInformation>
-
 namespace {
 
 const QString kClassName = QStringLiteral("KVReachabilitySource");
@@ -24,23 +22,9 @@ public:
 
     QString name() const override { return m_information->backendName(); }
 
-    // Local (a link-local network only) is not reachable; Site is, because a routed network is up,
-    // which is all that host-independent reachability promises.
     KVReachabilityStatus status() const override
     {
-        switch (m_information->reachability()) {
-        case QNetworkInformation::Reachability::Unknown:
-            return KVReachabilityStatusUnknown;
-        case QNetworkInformation::Reachability::Disconnected:
-        case QNetworkInformation::Reachability::Local:
-            return KVReachabilityStatusNotReachable;
-        case QNetworkInformation::Reachability::Site:
-        case QNetworkInformation::Reachability::Online:
-            break;
-        }
-        return m_information->transportMedium() == QNetworkInformation::TransportMedium::Cellular
-                   ? KVReachabilityStatusReachableViaWWAN
-                   : KVReachabilityStatusReachableViaWiFi;
+        return KVReachabilityStatusFor(m_information->reachability(), m_information->transportMedium());
     }
 
 private:
@@ -48,6 +32,23 @@ private:
 };
 
 } // namespace
+
+KVReachabilityStatus KVReachabilityStatusFor(QNetworkInformation::Reachability reachability,
+                                             QNetworkInformation::TransportMedium medium)
+{
+    switch (reachability) {
+    case QNetworkInformation::Reachability::Unknown:
+        return KVReachabilityStatusUnknown;
+    case QNetworkInformation::Reachability::Disconnected:
+    case QNetworkInformation::Reachability::Local:
+        return KVReachabilityStatusNotReachable;
+    case QNetworkInformation::Reachability::Site:
+    case QNetworkInformation::Reachability::Online:
+        break;
+    }
+    return medium == QNetworkInformation::TransportMedium::Cellular ? KVReachabilityStatusReachableViaWWAN
+                                                                    : KVReachabilityStatusReachableViaWiFi;
+}
 
 // Qt's own fallback ("glib") follows a connectivity property that nothing changes on a machine
 // without a network manager, so the routing table stands in there.

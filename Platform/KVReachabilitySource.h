@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QNetworkInformation>
 #include <QObject>
 
 #include <memory>
@@ -31,3 +32,9 @@ public:
 Q_SIGNALS:
     void statusMayHaveChanged();
 };
+
+// The status for what the system's network manager reports. A link-local network alone is not
+// reachable; a site network is, because a routed network is up, which is all that host-independent
+// reachability promises.
+[[nodiscard]] KVReachabilityStatus KVReachabilityStatusFor(QNetworkInformation::Reachability reachability,
+                                                           QNetworkInformation::TransportMedium medium);

@@ -38,11 +38,6 @@ QString temporaryDirectory()
     return !path.isEmpty() && QDir(path).exists() ? path : QStringLiteral("/tmp");
 }
 
-QString downloadsDirectory()
-{
-    return homeDirectory() + QStringLiteral("/Downloads");
-}
-
 QString runtimeDirectory()
 {
     QString runtime = environmentFolder("XDG_RUNTIME_DIR", QString());
@@ -64,11 +59,7 @@ QString applicationsDirectory()
 
 QString expandTilde(const QString &path)
 {
-    if (path == QLatin1String("~"))
-        return homeDirectory();
-    if (path.startsWith(QLatin1String("~/")))
-        return homeDirectory() + path.mid(1);
-    return path;
+    return path.startsWith(QLatin1String("~/")) ? homeDirectory() + path.mid(1) : path;
 }
 
 } // namespace KVStandardPaths

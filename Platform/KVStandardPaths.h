@@ -14,7 +14,6 @@ QString applicationSupportDirectory();
 QString configDirectory();
 // QDir::tempPath(), which honours TMPDIR, or /tmp when that names no folder.
 QString temporaryDirectory();
-QString downloadsDirectory();
 // The user's private folder for state that lives as long as the process (the single-instance
 // guard): $XDG_RUNTIME_DIR when it is the user's own, else $XDG_CACHE_HOME/Nestora/Runtime
 // (default ~/.cache/…). Never TMPDIR, which differs between sessions of one user. Created
@@ -22,7 +21,7 @@ QString downloadsDirectory();
 QString runtimeDirectory();
 // "/opt", or NESTORA_APPLICATIONS_DIR when set.
 QString applicationsDirectory();
-// Expands a leading "~" to the home folder.
+// Expands a leading "~/" to the home folder.
 QString expandTilde(const QString &path);
 
 } // namespace KVStandardPaths

@@ -213,6 +213,12 @@ private Q_SLOTS:
         qunsetenv("NESTORA_APPLICATIONS_DIR");
         QCOMPARE(KVStandardPaths::applicationsDirectory(), QStringLiteral("/opt"));
         qputenv("NESTORA_APPLICATIONS_DIR", sandbox.applicationsDirectory().toUtf8());
+        // Without a runtime folder of the user's own, a private one in the cache folder stands in.
+        qunsetenv("XDG_RUNTIME_DIR");
+        const QString runtime = KVStandardPaths::runtimeDirectory();
+        QCOMPARE(runtime, sandbox.root() + "/cache/Nestora/Runtime");
+        QCOMPARE(QFile::permissions(runtime) & 0x0077, QFileDevice::Permissions()); // the group's and others' bits
+        qputenv("XDG_RUNTIME_DIR", sandbox.runtimeDirectory().toUtf8());
     }
 
     void reportsOncePerChange_data()
@@ -242,6 +248,16 @@ private Q_SLOTS:
             feed->change(KVReachabilityStatus(status));
         QCoreApplication::processEvents();
         QCOMPARE(m_reports, reports);
+    }
+
+    void networkManagerStatuses()
+    {
+        using Medium = QNetworkInformation::TransportMedium;
+        using Reach = QNetworkInformation::Reachability;
+        QCOMPARE(KVReachabilityStatusFor(Reach::Unknown, Medium::Ethernet), KVReachabilityStatusUnknown);
+        QCOMPARE(KVReachabilityStatusFor(Reach::Local, Medium::WiFi), KVReachabilityStatusNotReachable);
+        QCOMPARE(KVReachabilityStatusFor(Reach::Site, Medium::Cellular), KVReachabilityStatusReachableViaWWAN);
+        QCOMPARE(KVReachabilityStatusFor(Reach::Online, Medium::Ethernet), KVReachabilityStatusReachableViaWiFi);
     }
 
     // The machine's own source (the routing table here, where no network manager runs) starts and
