@@ -31,38 +31,29 @@ KVManifestPublisher::KVManifestPublisher(const QString &deliverablesDirectory, c
     , m_baseURL(baseURL)
 {}
 
-std::optional<QJsonObject> KVManifestPublisher::readDescription(const QString &path, KVError *error)
+KVResult<QJsonObject> KVManifestPublisher::readDescription(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = publishError(KVPublishErrorBadDescription,
-                              QStringLiteral("cannot read the description %1: %2").arg(path, file.errorString()));
-        return std::nullopt;
-    }
+    if (!file.open(QIODevice::ReadOnly))
+        return publishError(KVPublishErrorBadDescription,
+                            QStringLiteral("cannot read the description %1: %2").arg(path, file.errorString()));
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        *error = publishError(KVPublishErrorBadDescription, QStringLiteral("%1 is not valid JSON: %2 at offset %3")
-                                                                .arg(path, parseError.errorString())
-                                                                .arg(parseError.offset));
-        return std::nullopt;
-    }
-    if (!document.isObject()) {
-        *error = publishError(KVPublishErrorBadDescription, QStringLiteral("%1 must hold a JSON object").arg(path));
-        return std::nullopt;
-    }
+    if (parseError.error != QJsonParseError::NoError)
+        return publishError(KVPublishErrorBadDescription, QStringLiteral("%1 is not valid JSON: %2 at offset %3")
+                                                              .arg(path, parseError.errorString())
+                                                              .arg(parseError.offset));
+    if (!document.isObject())
+        return publishError(KVPublishErrorBadDescription, QStringLiteral("%1 must hold a JSON object").arg(path));
     return document.object();
 }
 
-std::optional<QList<KVINISectionPtr>> KVManifestPublisher::sectionsForDescription(const QJsonObject &description,
-                                                                                  KVError *error)
+KVResult<QList<KVINISectionPtr>> KVManifestPublisher::sectionsForDescription(const QJsonObject &description)
 {
     m_sections.clear();
     m_error = {};
-    if (!addSections(description)) {
-        *error = m_error;
-        return std::nullopt;
-    }
+    if (!addSections(description))
+        return m_error;
     return m_sections;
 }
 
@@ -289,11 +280,11 @@ bool KVManifestPublisher::addDeliverableItems(KVINISection &section, const QJson
         return fail(KVPublishErrorBadDescription,
                     context + QStringLiteral(".file must name a file inside the deliverables folder"));
     const QString path = m_deliverables.filePath(fileName);
-    QString reason;
-    const auto published = KVPublishedFile::read(path, &reason);
+    const KVResult<KVPublishedFile> published = KVPublishedFile::read(path);
     if (!published)
-        return fail(KVPublishErrorMissingDeliverable, QStringLiteral("%1: cannot read the deliverable %2: %3")
-                                                          .arg(context, QDir::toNativeSeparators(path), reason));
+        return fail(KVPublishErrorMissingDeliverable,
+                    QStringLiteral("%1: cannot read the deliverable %2: %3")
+                        .arg(context, QDir::toNativeSeparators(path), published.error().localizedDescription()));
 
     QUrl relative;
     relative.setPath(fileName, QUrl::DecodedMode);
@@ -370,15 +361,13 @@ QByteArray KVManifestPublisher::manifestText(const QList<KVINISectionPtr> &secti
     return text;
 }
 
-bool KVManifestPublisher::writeManifest(const QByteArray &text, const QByteArray &signature, const QString &path,
-                                        KVError *error)
+KVResult<> KVManifestPublisher::writeManifest(const QByteArray &text, const QByteArray &signature, const QString &path)
 {
     QSaveFile manifest(path);
     QSaveFile signatureFile(path + QStringLiteral(".minisig"));
-    const auto failed = [&](const QSaveFile &file, const QString &what) {
-        *error = publishError(KVPublishErrorUnwritableManifest,
-                              QStringLiteral("%1 %2: %3").arg(what, file.fileName(), file.errorString()));
-        return false;
+    const auto failed = [](const QSaveFile &file, const QString &what) -> KVResult<> {
+        return publishError(KVPublishErrorUnwritableManifest,
+                            QStringLiteral("%1 %2: %3").arg(what, file.fileName(), file.errorString()));
     };
     if (!manifest.open(QIODevice::WriteOnly) || manifest.write(text) != text.size())
         return failed(manifest, QStringLiteral("cannot write the manifest"));
@@ -391,5 +380,5 @@ bool KVManifestPublisher::writeManifest(const QByteArray &text, const QByteArray
         return failed(signatureFile,
                       QStringLiteral("the manifest is replaced, but installers will refuse it until it is signed "
                                      "again: cannot write the signature"));
-    return true;
+    return {};
 }

@@ -2,7 +2,7 @@
 
 #include "App/Model/KVINISection.h"
 #include "App/Model/KVManifestTrust.h"
-#include "Core/Extensions/KVError.h"
+#include "Core/Extensions/KVResult.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -57,12 +57,11 @@ public:
     // An empty base URL takes the description's "baseURL".
     KVManifestPublisher(const QString &deliverablesDirectory, const QUrl &baseURL);
 
-    [[nodiscard]] static std::optional<QJsonObject> readDescription(const QString &path, KVError *error);
+    [[nodiscard]] static KVResult<QJsonObject> readDescription(const QString &path);
 
     // The manifest's sections in the order the installer reads them: installer, application,
     // modules, devices XML, device icons, smart cards. Hashes every deliverable.
-    [[nodiscard]] std::optional<QList<KVINISectionPtr>> sectionsForDescription(const QJsonObject &description,
-                                                                               KVError *error);
+    [[nodiscard]] KVResult<QList<KVINISectionPtr>> sectionsForDescription(const QJsonObject &description);
 
     // The "[Manifest]" section that keeps a signed manifest fresh: "Serial" grows from one
     // publication to the next and "Expires" (ISO 8601, UTC) ends its validity, so that an old
@@ -75,8 +74,8 @@ public:
     // in full before either replaces anything; then the manifest is renamed into place and its
     // signature right after it, so readers see the old pair or the new one, and a new manifest with
     // an old signature for no longer than between two renames.
-    [[nodiscard]] static bool writeManifest(const QByteArray &text, const QByteArray &signature, const QString &path,
-                                            KVError *error);
+    [[nodiscard]] static KVResult<> writeManifest(const QByteArray &text, const QByteArray &signature,
+                                                  const QString &path);
 
 private:
     // Each returns false or nothing after recording the first failure in m_error.

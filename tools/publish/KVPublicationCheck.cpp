@@ -98,10 +98,10 @@ void KVPublicationCheck::checkFiles(QList<KVManifestFinding> &findings) const
                 QStringLiteral("%1 names no file in %2").arg(url->value, QDir::toNativeSeparators(m_folder.path())));
             continue;
         }
-        QString reason;
-        const auto file = KVPublishedFile::read(path, &reason);
+        const KVResult<KVPublishedFile> file = KVPublishedFile::read(path);
         if (!file) {
-            findings << error(url->line, QStringLiteral("cannot read %1: %2").arg(path, reason));
+            findings << error(url->line,
+                              QStringLiteral("cannot read %1: %2").arg(path, file.error().localizedDescription()));
             continue;
         }
         const QString name = m_folder.relativeFilePath(path);

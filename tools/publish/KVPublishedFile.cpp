@@ -4,17 +4,20 @@
 #include <QFile>
 #include <QFileInfo>
 
-std::optional<KVPublishedFile> KVPublishedFile::read(const QString &path, QString *errorMessage)
+namespace {
+KVError readError(KVCocoaErrorCode code, const QString &reason)
+{
+    return KVError(KVCocoaErrorDomain, code, {{KVLocalizedDescriptionKey, reason}});
+}
+} // namespace
+
+KVResult<KVPublishedFile> KVPublishedFile::read(const QString &path)
 {
     QFile file(path);
-    if (!QFileInfo(path).isFile()) {
-        *errorMessage = QStringLiteral("no such file");
-        return std::nullopt;
-    }
-    if (!file.open(QIODevice::ReadOnly)) {
-        *errorMessage = file.errorString();
-        return std::nullopt;
-    }
+    if (!QFileInfo(path).isFile())
+        return readError(KVFileNoSuchFileError, QStringLiteral("no such file"));
+    if (!file.open(QIODevice::ReadOnly))
+        return readError(KVFileReadUnknownError, file.errorString());
     QCryptographicHash md5(QCryptographicHash::Md5);
     QCryptographicHash sha256(QCryptographicHash::Sha256);
     // Chunks keep memory flat for archives of any size.
@@ -27,10 +30,8 @@ std::optional<KVPublishedFile> KVPublishedFile::read(const QString &path, QStrin
         sha256.addData(part);
         total += count;
     }
-    if (count < 0) {
-        *errorMessage = file.errorString();
-        return std::nullopt;
-    }
+    if (count < 0)
+        return readError(KVFileReadUnknownError, file.errorString());
     return KVPublishedFile{total, QString::fromLatin1(md5.result().toHex()),
                            QString::fromLatin1(sha256.result().toHex())};
 }

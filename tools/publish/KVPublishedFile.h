@@ -1,7 +1,8 @@
 #pragma once
 
+#include "Core/Extensions/KVResult.h"
+
 #include <QString>
-#include <optional>
 
 // A deliverable as the manifest describes it: its size and its MD5 and SHA-256 digests (lower-case
 // hexadecimal), read from the file in one pass. Publishing writes these; checking compares them.
@@ -11,6 +12,6 @@ struct KVPublishedFile
     QString md5;
     QString sha256;
 
-    // Nothing when the path is no readable regular file; then errorMessage says why.
-    [[nodiscard]] static std::optional<KVPublishedFile> read(const QString &path, QString *errorMessage);
+    // Fails when the path is no readable regular file; the error's description says why.
+    [[nodiscard]] static KVResult<KVPublishedFile> read(const QString &path);
 };

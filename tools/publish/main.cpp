@@ -164,12 +164,13 @@ int main(int argc, char *argv[])
         signingKey = std::move(*key);
     }
 
-    KVError error;
     KVManifestPublisher publisher(deliverables, baseURL);
-    const auto description = KVManifestPublisher::readDescription(arguments.at(1), &error);
-    auto sections = description ? publisher.sectionsForDescription(*description, &error) : std::nullopt;
+    const KVResult<QJsonObject> description = KVManifestPublisher::readDescription(arguments.at(1));
+    if (!description)
+        return fail(description.error().localizedDescription());
+    KVResult<QList<KVINISectionPtr>> sections = publisher.sectionsForDescription(*description);
     if (!sections)
-        return fail(error.localizedDescription());
+        return fail(sections.error().localizedDescription());
     sections->prepend(KVManifestPublisher::manifestSection(*serial, now.addDays(*days)));
     const QByteArray text = KVManifestPublisher::manifestText(*sections);
 
@@ -185,8 +186,10 @@ int main(int argc, char *argv[])
             return fail(signed_.error().localizedDescription());
         signature = std::move(*signed_);
     }
-    if (!KVManifestPublisher::writeManifest(text, signature ? signature->toText() : QByteArray(), output, &error))
-        return fail(error.localizedDescription());
+    if (const KVResult<> written =
+            KVManifestPublisher::writeManifest(text, signature ? signature->toText() : QByteArray(), output);
+        !written)
+        return fail(written.error().localizedDescription());
     QTextStream(stdout) << "nestora-publish: wrote " << output << " (" << sections->size() << " sections)"
                         << (signature
                                 ? QStringLiteral(" signed with key %1").arg(KVMinisign::keyIdText(signature->keyId))
