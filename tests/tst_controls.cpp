@@ -3,17 +3,13 @@
 #include "Core/View/KVCapsuleButtons.h"
 #include "Core/View/KVCheckBox.h"
 #include "Core/View/KVFlatButtons.h"
-#include "Core/View/KVGeometry.h"
 #include "Core/View/KVIFont.h"
 #include "Core/View/KVPlainButtons.h"
 #include "Core/View/KVProgressIndicator.h"
 #include "Core/View/KVTextView.h"
-#include "Core/View/KVToolTip.h"
-#include "Core/View/KVToolTipWindow.h"
 #include "KVTestSandbox.h"
 
 #include <QAccessible>
-#include <QTimer>
 
 #include <functional>
 
@@ -30,32 +26,25 @@ template <typename Control> ControlFactory control(std::function<void(Control *)
     };
 }
 
-// The tool tip arrow's tip in Qt's global coordinates.
-QPointF arrowTip(const KVToolTipWindow &window)
-{
-    const QPointF anchor = window.toolTipContentView()->anchorPoint();
-    return QPointF(window.geometry().topLeft()) + KVGeometry::flipped(anchor, window.height());
-}
-
 } // namespace
 
 Q_DECLARE_METATYPE(ControlFactory)
 
-// The drawn controls as a user meets them, with real mouse and keyboard events, and where the
-// drawn tool tip goes on screens injected by the test.
+// The drawn controls as a user meets them, with real mouse and keyboard events and through the
+// accessibility interfaces a screen reader uses.
 class ControlsTest : public QObject
 {
     Q_OBJECT
 
     std::unique_ptr<QWidget> m_stage;
 
-    // Puts the control, resized, 20 points into a shown white window at (100, 100) with nothing focused.
-    template <typename Control> Control *stage(Control *control, QSize size = {120, 32})
+    // Puts the control, 120 × 32, 20 points into a shown white window with nothing focused.
+    template <typename Control> Control *stage(Control *control)
     {
         m_stage = std::make_unique<KVBackgroundView>(nullptr, Qt::white);
-        m_stage->setGeometry(QRect(QPoint(100, 100), size + QSize(80, 40)));
+        m_stage->setGeometry(100, 100, 200, 72);
         control->setParent(m_stage.get());
-        control->setGeometry(QRect(QPoint(20, 20), size));
+        control->setGeometry(20, 20, 120, 32);
         m_stage->show();
         if (QTest::qWaitForWindowActive(m_stage.get()) && QApplication::focusWidget())
             QApplication::focusWidget()->clearFocus();
@@ -72,7 +61,6 @@ private Q_SLOTS:
     void cleanup()
     {
         m_stage.reset();
-        KVGeometry::setVisibleFrameProvider({});
         QCursor::setPos(0, 0); // no hover carried into the next test
     }
 
@@ -194,135 +182,6 @@ private Q_SLOTS:
         } else {
             QVERIFY(!actions || actions->actionNames().isEmpty());
         }
-    }
-
-    void checkBoxTogglesOnReleaseInsideAndNotifiesEverySet()
-    {
-        auto *box = stage(new KVCheckBox, {18, 18});
-        QSignalSpy changed(box, &KVCheckBox::checkedChanged);
-        QTest::mousePress(box, Qt::LeftButton, {}, QPoint(9, 9));
-        QVERIFY(box->pressed());
-        QTest::mouseRelease(box, Qt::LeftButton, {}, QPoint(40, 9));
-        QVERIFY(!box->pressed() && !box->checked());
-
-        QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(9, 9));
-        QVERIFY(box->checked());
-        QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(9, 9));
-        QVERIFY(!box->checked());
-        QCOMPARE(changed.count(), 2);
-        box->setChecked(true);
-        box->setChecked(true);
-        QCOMPARE(changed.count(), 4); // every set is announced, a change or not
-    }
-
-    void toolTipPopsAfterRestOnlyWithoutPressNorUnderAnotherWindow()
-    {
-        auto *button = stage(new KVPrimaryButton);
-        button->setToolTip(QStringLiteral("Install the update"));
-        QTest::mouseMove(button, QPoint(60, 16));
-        QTRY_VERIFY(button->findChild<QTimer *>());
-        QVERIFY(!button->shownToolTip());
-        {
-            QWidget cover;
-            cover.setGeometry(QRect(button->mapToGlobal(QPoint(0, 0)), QSize(200, 100)));
-            cover.show();
-            QVERIFY(QTest::qWaitForWindowExposed(&cover));
-            button->popToolTip(); // what the timer runs when it fires
-            QVERIFY(!button->shownToolTip());
-        }
-        button->popToolTip();
-        QVERIFY(button->shownToolTip() && button->shownToolTip()->window()->isVisible());
-
-        // A press closes the tip, and no tip pops again during this hover.
-        QTest::mouseClick(button, Qt::LeftButton, {}, QPoint(60, 16));
-        QVERIFY(!button->shownToolTip());
-        button->popToolTip();
-        QVERIFY(!button->shownToolTip());
-
-        // Leaving drops the timer; the next hover arms a new one.
-        QTest::mouseMove(m_stage.get(), QPoint(2, 2));
-        QTRY_VERIFY(!button->findChild<QTimer *>());
-        QTest::mouseMove(button, QPoint(60, 16));
-        QTRY_VERIFY(button->findChild<QTimer *>());
-        button->popToolTip();
-        QVERIFY(button->shownToolTip());
-        button->setToolTip(QString());
-        QVERIFY(!button->shownToolTip());
-
-        // Long text wraps, whole; empty text makes no tip.
-        const QString longText =
-            QStringLiteral("Read the licence agreement before you continue with the installation of the application");
-        const auto longTip = KVToolTip::create(longText);
-        const auto *text = longTip->window()->findChild<KVTextView *>();
-        const QSizeF unwrapped = KVTextMeasure::sizeWithString(longText, KVToolTip::textAttributes());
-        QVERIFY(text->width() < unwrapped.width());
-        QVERIFY(text->height() > 2 * unwrapped.height());
-        QVERIFY(!KVToolTip::create(QString()));
-    }
-
-    void toolTipKeepsTheBalloonOnScreen_data()
-    {
-        QTest::addColumn<QRect>("visibleFrame");
-        QTest::addColumn<QPoint>("point"); // in the 400 × 200 window
-        QTest::addColumn<unsigned>("position");
-        const QRect wholeScreen(0, 0, 1200, 900), shortScreen(0, 0, 1200, 260);
-        QTest::newRow("room everywhere: below") << wholeScreen << QPoint(200, 50) << 1u;
-        QTest::newRow("right edge of the window: below, shifted left") << wholeScreen << QPoint(385, 50) << 10u;
-        QTest::newRow("bottom of the screen: above") << shortScreen << QPoint(200, 150) << 3u;
-        QTest::newRow("bottom left: above, shifted right") << shortScreen << QPoint(15, 150) << 9u;
-        QTest::newRow("no room above either: stays below") << QRect(0, 230, 1200, 40) << QPoint(200, 150) << 1u;
-        QTest::newRow("right edge of the screen cuts the window") << QRect(0, 0, 420, 900) << QPoint(310, 50) << 10u;
-    }
-    void toolTipKeepsTheBalloonOnScreen()
-    {
-        QFETCH(QRect, visibleFrame);
-        QFETCH(QPoint, point);
-        QFETCH(unsigned, position);
-        KVGeometry::setVisibleFrameProvider([visibleFrame](const QWidget *) { return visibleFrame; });
-        stage(new QWidget, {320, 160});
-        auto tip = KVToolTip::create(QStringLiteral("Read the licence agreement first"));
-        const qreal offset = 16.0;
-        tip->setOffset(offset);
-        tip->displayToolTipInWindow(m_stage.get(), point);
-        KVToolTipWindow *balloon = tip->window();
-        QVERIFY(balloon->isVisible());
-        QCOMPARE(balloon->windowHandle()->transientParent(), m_stage->windowHandle());
-        QCOMPARE(unsigned(balloon->toolTipPosition()), position);
-
-        // The arrow points at the point, `offset` away from it, whichever way the balloon lies.
-        const QPointF target = m_stage->mapToGlobal(QPointF(point));
-        const QPointF tipPoint = arrowTip(*balloon);
-        const bool above = hasBottomArrow(balloon->toolTipPosition());
-        QVERIFY2(qAbs(tipPoint.x() - target.x()) <= 1.0, qPrintable(QString::number(tipPoint.x())));
-        QVERIFY2(qAbs(tipPoint.y() - (above ? target.y() - offset : target.y() + offset)) <= 1.0,
-                 qPrintable(QString::number(tipPoint.y())));
-        if (position >= 8) {
-            // Shifted balloons stay inside the window and the visible frame; only the shadow margin may reach past.
-            const QRect area = m_stage->frameGeometry() & visibleFrame;
-            const int margin = int(balloon->toolTipContentView()->viewMargin());
-            const QRect body = balloon->geometry().adjusted(margin, 0, -margin, 0);
-            QVERIFY2(body.left() >= area.left() - 1, qPrintable(QString::number(body.left())));
-            QVERIFY2(body.right() <= area.right() + 1, qPrintable(QString::number(body.right())));
-            const qreal arrowOffset = balloon->toolTipContentView()->arrowOffset();
-            QVERIFY(position == 8 || position == 10 ? arrowOffset > 0 : arrowOffset < 0);
-
-        } else {
-            // Turned the other way, the arrow's tip stays.
-            const QSize size = balloon->size();
-            balloon->setToolTipPosition(above ? KVToolTipPosition::Below : KVToolTipPosition::Above);
-            QCOMPARE(balloon->size(), size);
-            QCOMPARE(arrowTip(*balloon), tipPoint);
-        }
-        tip->displayToolTipInWindow(m_stage.get(), QPointF(50, 50)); // already shown: stays where it is
-        QCOMPARE(arrowTip(*balloon), tipPoint);
-
-        // Closing hides and detaches it; the window closing closes it too.
-        tip->closeToolTip();
-        QVERIFY(!balloon->isVisible() && !balloon->windowHandle()->transientParent());
-        tip->displayToolTipInWindow(m_stage.get(), point);
-        QVERIFY(balloon->isVisible());
-        balloon->close();
-        QVERIFY(!balloon->isVisible());
     }
 };
 

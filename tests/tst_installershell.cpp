@@ -1,13 +1,9 @@
-#include "Core/Extensions/KVWindowPlacement.h"
 #include "Installer/KVHeadlessDriver.h"
-#include "Installer/KVIAppDelegate.h"
 #include "Installer/KVIWindow.h"
 #include "KVTestFiles.h"
 #include "KVTestHttpServer.h"
 #include "KVTestInstaller.h"
 #include "KVTestSandbox.h"
-#include "Platform/KVBundle.h"
-#include "Platform/KVUserDefaults.h"
 
 #include <QDir>
 #include <QProcess>
@@ -19,50 +15,13 @@ const QString installerBundle = QStringLiteral(NESTORA_BUILD_DIR "/NestoraInstal
 
 } // namespace
 
-// The installer's shell: where its window goes, how it shows popups one at a time, and that only
-// one installer runs per user.
+// The installer's shell: how it shows popups one at a time, and that only one installer runs per
+// user.
 class InstallerShellTest : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
     void init() { KVTestSandbox::current().reset(); }
-
-    void windowOriginArguments_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QList<QPointF>>("origins");
-        QTest::addColumn<bool>("missingValue");
-        QTest::newRow("fractions cut off")
-            << QStringList{"-KVWindowOrigin", "871.5", "674.9"} << QList<QPointF>{{871, 674}} << false;
-        QTest::newRow("non-numbers read 0")
-            << QStringList{"-KVWindowOrigin", "left", "x"} << QList<QPointF>{{0, 0}} << false;
-        QTest::newRow("flag last") << QStringList{"-KVWindowOrigin"} << QList<QPointF>{} << true;
-    }
-    void windowOriginArguments()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QList<QPointF>, origins);
-        QFETCH(bool, missingValue);
-        const auto scan = KVWindowPlacement::scanWindowOrigins(arguments);
-        QCOMPARE(scan.origins, origins);
-        QCOMPARE(scan.missingValue, missingValue);
-    }
-
-    void launchSequence()
-    {
-        KVBundle::setMainBundlePath(installerBundle);
-        KVIAppDelegate delegate;
-        delegate.setScreenMetricsProvider([] { return KVIAppDelegate::ScreenMetrics{QSizeF(1440, 900), 22}; });
-
-        delegate.applicationWillFinishLaunching({"NestoraInstaller", "-KVWindowOrigin", "100", "200"});
-        QCOMPARE(delegate.window()->frameOrigin(), QPointF(100, 200));
-
-        delegate.applicationDidFinishLaunching();
-        QVERIFY(delegate.window()->isVisible());
-        QVERIFY(delegate.window()->contentView());
-        KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
-        QVERIFY(qAbs(defaults.dateForKey("InstallerLastLaunchDate").secsTo(QDateTime::currentDateTimeUtc())) < 60);
-    }
 
     // Popups show one at a time, each handler runs as its popup ends, and while one shows the mask
     // swallows every click and key meant for the window below.
