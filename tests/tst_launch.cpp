@@ -1,10 +1,8 @@
 #include "App/Model/KVUpdateHelper.h"
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
-#include "KVTestHost.h"
 #include "KVTestSandbox.h"
 #include "Platform/KVDetachedProcess.h"
-#include "Platform/KVUserDefaults.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -14,8 +12,6 @@
 
 namespace {
 
-const QString kLaunchDateKey = QStringLiteral("InstallerLastLaunchDate");
-const QString kUpdateDateKey = QStringLiteral("InstallerUpdateDate");
 const QUrl kManifestURL(QStringLiteral("http://127.0.0.1:9/manifest.ini"));
 
 QString applicationsFolder()
@@ -37,9 +33,8 @@ QString procLink(qint64 processIdentifier, const QString &entry)
 
 } // namespace
 
-// The hand-over to the companion application: the arguments it is started with, the detached
-// retrying launch script (real launches of the sample application in the sandbox), and stopping
-// every running instance of a bundle.
+// The hand-over to the companion application: the detached, retrying launch script (real launches
+// of the sample application in the sandbox), and stopping every running instance of a bundle.
 class LaunchTest : public QObject
 {
     Q_OBJECT
@@ -55,65 +50,6 @@ private Q_SLOTS:
         qputenv("NESTORA_PWNED", QFile::encodeName(pwnedPath()));
     }
     void cleanup() { m_companion.reset(); }
-
-    void launchAppPassesOriginAndDates_data()
-    {
-        QTest::addColumn<bool>("hasWindow");
-        QTest::addColumn<QPointF>("origin");
-        QTest::addColumn<double>("launchSeconds"); // < 0: no default
-        QTest::addColumn<double>("updateSeconds"); // < 0: no default
-        QTest::addColumn<QStringList>("arguments");
-
-        QTest::newRow("with update date")
-            << true << QPointF(300, 500) << 1700000000.5 << 1700003600.25
-            << QStringList{"-KVWindowOrigin",       "300",          "500", "-InstallerLaunchDate", "1700000000.5",
-                           "-InstallerUpdatedDate", "1700003600.25"};
-        QTest::newRow("no window, no dates") << false << QPointF() << -1.0 << -1.0
-                                             << QStringList{"-KVWindowOrigin", "0", "0", "-InstallerLaunchDate", "0"};
-        QTest::newRow("update date without launch date")
-            << true << QPointF(-20, 40.5) << -1.0 << 1600000000.0
-            << QStringList{"-KVWindowOrigin",       "-20",       "40.5", "-InstallerLaunchDate", "0",
-                           "-InstallerUpdatedDate", "1600000000"};
-    }
-
-    void launchAppPassesOriginAndDates()
-    {
-        QFETCH(bool, hasWindow);
-        QFETCH(QPointF, origin);
-        QFETCH(double, launchSeconds);
-        QFETCH(double, updateSeconds);
-        QFETCH(QStringList, arguments);
-
-        QVERIFY(KVTestCompanion::install(companionPath()));
-        KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
-        for (const auto &[key, seconds] :
-             {std::pair(kLaunchDateKey, launchSeconds), std::pair(kUpdateDateKey, updateSeconds)}) {
-            defaults.removeObjectForKey(key);
-            if (seconds >= 0)
-                defaults.setObject(key, QDateTime::fromMSecsSinceEpoch(qint64(seconds * 1000), Qt::UTC));
-        }
-
-        KVUpdateHelper engine(kManifestURL);
-        int terminations = 0;
-        const auto windowOrigin = [origin] {
-            [&] { QVERIFY(KVDispatch::isMainThread()); }();
-            return origin;
-        };
-        engine.setHost(KVTestHost(
-            [&] {
-                QVERIFY(KVDispatch::isMainThread());
-                ++terminations;
-            },
-            hasWindow ? std::function<QPointF()>(windowOrigin) : std::function<QPointF()>()));
-
-        engine.queue().async([&] { engine.launchApp(); });
-        QTRY_COMPARE(terminations, 1);
-        const std::optional<QList<KVTestCompanion::Start>> starts = m_companion->settledStarts();
-        QVERIFY(starts && starts->size() == 1);
-        QCOMPARE(starts->first().arguments, arguments);
-        QVERIFY(!defaults.objectForKey(kLaunchDateKey).isValid());
-        QVERIFY(!defaults.objectForKey(kUpdateDateKey).isValid());
-    }
 
     void launchScriptStartsTheRightProgramOnce_data()
     {

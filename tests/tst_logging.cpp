@@ -74,34 +74,7 @@ private Q_SLOTS:
         QVERIFY(text.contains(QStringLiteral("tst_logging.cpp")));
     }
 
-    void rollsAfterSevenDaysAndKeepsEightFiles()
-    {
-        QDateTime now = QDateTime(QDate(2026, 1, 1), QTime(8, 0), Qt::UTC);
-        const QString folder = KVTestSandbox::current().root() + QStringLiteral("/rolling");
-        auto sink =
-            std::make_shared<KVRollingFileSink>(folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now; });
-        KVLog::addSink(sink);
-
-        KVLogError("first week");
-        const QString firstFile = sink->currentFilePath();
-        now = now.addSecs(604799);
-        KVLogError("still the first week");
-        QCOMPARE(sink->currentFilePath(), firstFile);
-
-        for (int week = 2; week <= 10; ++week) {
-            now = now.addSecs(604800);
-            KVLogError("week %d", week);
-        }
-        KVLog::removeSink(sink);
-
-        const QStringList files = sink->sortedLogFiles();
-        QCOMPARE(files.size(), 8);
-        QVERIFY(!files.contains(firstFile)); // the oldest went first
-        QVERIFY(readAll(files.last()).contains(QStringLiteral("week 10")));
-        QVERIFY(readAll(files.first()).contains(QStringLiteral("week 3")));
-    }
-
-    void newestFileIsContinuedOnlyWhileCurrent_data()
+    void newestFileIsContinuedOnlyWhileCurrentAndEightAreKept_data()
     {
         QTest::addColumn<qint64>("age"); // seconds; negative: dated in the future
         QTest::addColumn<qint64>("size");
@@ -112,12 +85,12 @@ private Q_SLOTS:
         QTest::newRow("past the size cap") << qint64(10) << qint64(1000) << false;
     }
 
-    void newestFileIsContinuedOnlyWhileCurrent()
+    void newestFileIsContinuedOnlyWhileCurrentAndEightAreKept()
     {
         QFETCH(qint64, age);
         QFETCH(qint64, size);
         QFETCH(bool, continued);
-        const QDateTime now(QDate(2026, 1, 1), QTime(8, 0), Qt::UTC);
+        QDateTime now(QDate(2026, 1, 1), QTime(8, 0), Qt::UTC);
         const QString folder = KVTestSandbox::current().root() + QStringLiteral("/rolling");
         QDir(folder).removeRecursively(); // the sandbox keeps its root between tests
         const QString existing =
@@ -128,12 +101,26 @@ private Q_SLOTS:
             folder, QStringLiteral("prefix"), 604800, 8, [&now] { return now; }, 1000);
         KVLog::addSink(sink);
         KVLogError("next line");
-        KVLog::removeSink(sink);
         QCOMPARE(sink->currentFilePath() == existing, continued);
         QVERIFY(readAll(sink->currentFilePath()).contains(QStringLiteral("next line")));
         // A rolled file is kept, a future-dated one as the oldest of all.
         QCOMPARE(sink->sortedLogFiles(),
                  continued ? QStringList{existing} : QStringList({existing, sink->currentFilePath()}));
+
+        // A new file a week, the eight newest kept: the oldest go first.
+        const QString week1 = sink->currentFilePath();
+        now = now.addSecs(604799 - (continued ? age : 0));
+        KVLogError("still the first week");
+        QCOMPARE(sink->currentFilePath(), week1);
+        for (int week = 2; week <= 10; ++week) {
+            now = now.addSecs(604800);
+            KVLogError("week %d", week);
+        }
+        KVLog::removeSink(sink);
+        const QStringList files = sink->sortedLogFiles();
+        QCOMPARE(files.size(), 8);
+        QVERIFY(!files.contains(week1) && !files.contains(existing));
+        QVERIFY(readAll(files.first()).contains(QStringLiteral("week 3")));
     }
 
     void unwritableLogFolderDoesNotStopTheProgram()
