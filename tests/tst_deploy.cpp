@@ -354,22 +354,28 @@ private slots:
     {
         QTest::addColumn<bool>("newBundleExists");
         QTest::addColumn<bool>("parentWritable");
+        QTest::addColumn<bool>("ownDisk"); // the applications folder is on a file system of its own
 
-        QTest::newRow("swapped in") << true << true;
-        QTest::newRow("new bundle missing") << false << true;
-        QTest::newRow("parent folder unwritable") << true << false;
+        QTest::newRow("swapped in") << true << true << false;
+        QTest::newRow("moved across file systems, links kept") << true << true << true;
+        QTest::newRow("new bundle missing") << false << true << false;
+        QTest::newRow("parent folder unwritable") << true << false << false;
     }
 
     void deployInstaller()
     {
         QFETCH(bool, newBundleExists);
         QFETCH(bool, parentWritable);
+        QFETCH(bool, ownDisk);
 
+        std::unique_ptr<KVTestMount> disk;
+        if (ownDisk && !(disk = KVTestMount::tmpfs(applications(), 1024 * 1024)))
+            QSKIP("mounting a second file system needs root");
         const QString running = applications() + QStringLiteral("/NestoraInstaller.app");
         QVERIFY(makeApp(running, "1.0"));
         const QString newBundle = sandbox().temporaryDirectory() + QStringLiteral("/unpacked/NestoraInstaller.app");
         if (newBundleExists)
-            QVERIFY(makeApp(newBundle, "2.0"));
+            QVERIFY(makeApp(newBundle, "2.0") && QFile::link("version.txt", newBundle + "/Contents/current"));
         std::optional<KVTestUnwritableFolder> unwritable;
         if (!parentWritable && !unwritable.emplace(applications()).isUnwritable())
             QSKIP("cannot make a folder unwritable here");
@@ -379,6 +385,7 @@ private slots:
         if (newBundleExists && parentWritable) {
             QVERIFY2(!error, qPrintable(error.description()));
             QCOMPARE(versionOf(running), QByteArray("2.0"));
+            QCOMPARE(QFile::symLinkTarget(running + "/Contents/current"), running + "/Contents/version.txt");
             // The old installer waits beside the new one until the relaunched one confirms.
             QCOMPARE(hiddenIn(applications()), QStringList{".NestoraInstaller.app.previous"});
             QCOMPARE(versionOf(applications() + QStringLiteral("/.NestoraInstaller.app.previous")), QByteArray("1.0"));
