@@ -29,6 +29,12 @@ bool isDataKind(KVUpdateSectionType type)
            type == KVUpdateSectionTypeSmartCards;
 }
 
+// An address a section's file is downloaded from; a section without one is skipped by the run.
+bool isDownloadAddress(const QString &url)
+{
+    return !url.isNull() && QUrl(url, QUrl::StrictMode).isValid();
+}
+
 // The devices file is stored as the Base64 text of the XML it was sent as, when that is XML at all.
 void encodeDevicesXml(const QString &path)
 {
@@ -99,6 +105,8 @@ void KVSectionUpdateRun::selectSections()
 void KVSectionUpdateRun::weighSections()
 {
     for (const KVINISectionPtr &section : std::as_const(m_runList)) {
+        if (!isDownloadAddress(section->valueForKey(QStringLiteral("URL"))))
+            continue; // nothing will arrive for it, so it must not hold the progress below 100 %
         const QString text = section->valueForKey(QStringLiteral("Bytes"));
         if (text.isNull()) {
             KVLogError("%s string of total bytes not found", __func__);
@@ -118,7 +126,7 @@ void KVSectionUpdateRun::downloadSections()
         const QString path = m_engine.downloadPathForSection(*section);
         if (url.isNull()) {
             KVLogError("%@ string of download url not found", KVUpdateHelper::kClassName);
-        } else if (!QUrl(url, QUrl::StrictMode).isValid()) {
+        } else if (!isDownloadAddress(url)) {
             KVLogError("%@ invalid download url %@", KVUpdateHelper::kClassName, QUrl(url));
         } else if (!path.isEmpty()) {
             if (const KVResult<> downloaded = downloadSection(*section, url, path); !downloaded) {
