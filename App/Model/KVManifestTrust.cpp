@@ -100,8 +100,8 @@ KVResult<void> KVManifestTrust::accept(const KVINI &manifest) const
     KVUserDefaults &defaults = KVUserDefaults::standardUserDefaults();
     const QVariant accepted = defaults.persistentObjectForKey(kAcceptedSerialDefaultsKey);
     if (accepted.isValid() && serial < accepted.toLongLong())
-        return unverified(QStringLiteral("it is older than what this computer already received (serial %1, not lower "
-                                         "than %2)")
+        return unverified(QStringLiteral("it is older than what this computer already received (serial %1, after "
+                                         "serial %2)")
                               .arg(serial)
                               .arg(accepted.toLongLong()));
 

@@ -67,7 +67,7 @@ KVResult<std::shared_ptr<KVINI>> trustedManifest(const QUrl &url, const QByteArr
     if (!trust.isSignatureRequired()) {
         static std::once_flag warned;
         std::call_once(warned, [] {
-            KVLogWarning("%@: no key is trusted to sign updates: the manifest and the downloads are not verified",
+            KVLogWarning("%@: no key is trusted to sign updates: the manifest is used without checking a signature",
                          KVUpdateHelper::kClassName);
         });
         return parseManifest(data);
