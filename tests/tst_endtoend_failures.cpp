@@ -5,6 +5,7 @@
 
 #include "App/Model/KVErrorClass.h"
 #include "App/Model/KVHTTPSession.h"
+#include "App/Model/KVNetworkError.h"
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
 #include "KVTestHttpServer.h"
@@ -175,6 +176,7 @@ void EndToEndFailuresTest::insecureRedirectIsNotFollowed()
     QNetworkReply *reply = session.get(secure.url(QStringLiteral("/devices.xml")));
     QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 30000);
     QCOMPARE(reply->error(), QNetworkReply::InsecureRedirectError);
+    QVERIFY(KVErrorText(KVTransportErrorOfReply(*reply)).contains(m_misbehavingServer->url("/devices.xml").toString()));
     QCOMPARE(secure.requestCount(QStringLiteral("/devices.xml")), 1);
     QCOMPARE(m_misbehavingServer->requestCount(QStringLiteral("/devices.xml")), 0);
 }

@@ -204,7 +204,7 @@ private Q_SLOTS:
         QTest::newRow("wrong SHA-256, right MD5")
             << a << QByteArray() << "A" << Tamper::WrongSHA256 << KVErrorExitStatus(KVErrorClass::DamagedDownload);
         QTest::newRow("HTTPS to HTTP redirect")
-            << a << QByteArray() << "A" << Tamper::HTTPSToHTTP << KVErrorExitStatus(KVErrorClass::ServerUnreachable);
+            << a << QByteArray() << "A" << Tamper::HTTPSToHTTP << KVErrorExitStatus(KVErrorClass::InsecureRedirect);
     }
 
     void trustsOnlyVerifiedManifests()

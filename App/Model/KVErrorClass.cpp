@@ -19,7 +19,8 @@ struct ErrorClassRow
 
 // Every class of failure: its text in the string tables, and the exit status of the headless mode.
 // The texts may name {product}, {address} (the vendor's download page), {status} (HTTP status),
-// {folder}, {size} (the space a folder lacks), {script} and {cause} (the underlying error's text).
+// {folder}, {size} (the space a folder lacks), {script}, {url} (where a refused redirect led) and {cause}
+// (the underlying error's text).
 constexpr ErrorClassRow kErrorClasses[] = {
     {KVErrorClass::Failed, "IDS_WSPDH", 1},
     {KVErrorClass::ServerUnreachable, "IDS_ERROR_SERVER_UNREACHABLE", 3},
@@ -37,6 +38,7 @@ constexpr ErrorClassRow kErrorClasses[] = {
     {KVErrorClass::NothingInstalled, "IDS_ERROR_NOTHING_INSTALLED", 16},
     {KVErrorClass::InvalidArchive, "IDS_ERROR_INVALID_ARCHIVE", 17},
     {KVErrorClass::UnverifiedManifest, "IDS_ERROR_UNVERIFIED_MANIFEST", 18},
+    {KVErrorClass::InsecureRedirect, "IDS_ERROR_INSECURE_REDIRECT", 19},
 };
 
 const ErrorClassRow &rowOf(KVErrorClass errorClass)
@@ -104,6 +106,8 @@ KVErrorClass classOfURLError(const KVError &error)
         return KVErrorClass::DamagedDownload;
     case KVURLErrorBadServerResponse:
         return KVErrorClass::ServerError;
+    case KVURLErrorInsecureRedirect:
+        return KVErrorClass::InsecureRedirect;
     default:
         return KVErrorClass::ServerUnreachable;
     }
@@ -158,6 +162,7 @@ QString KVErrorText(const KVError &error)
         {QStringLiteral("{folder}"), folderOf(error)},
         {QStringLiteral("{size}"), requiredBytes > 0 ? QLocale().formattedDataSize(requiredBytes) : QString()},
         {QStringLiteral("{script}"), detailOf(error, KVFilePathErrorKey).toString()},
+        {QStringLiteral("{url}"), detailOf(error, KVFailingURLStringKey).toString()},
         {QStringLiteral("{cause}"), cause.localizedDescription()},
     };
     QString filled = text;

@@ -24,6 +24,7 @@ enum class KVErrorClass {
     NothingInstalled,    // Nestora is not installed and the server offers none to install
     InvalidArchive,      // a verified archive of the wrong shape, unsafe to unpack or deploy
     UnverifiedManifest,  // the manifest's signature, serial or expiry is not good: it is not used
+    InsecureRedirect,    // an HTTPS address sent the installer on to plain HTTP, which it does not follow
 };
 
 // The kind of the error, judged by its underlying cause where it carries one.

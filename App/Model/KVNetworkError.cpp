@@ -2,6 +2,18 @@
 
 #include <QNetworkReply>
 
+namespace {
+// A redirect from HTTPS to plain HTTP that was not followed, naming where it led (without a user
+// name and password), so that the user reads which address the server tried to send them to.
+KVError insecureRedirectErrorOf(const QNetworkReply &reply)
+{
+    const QUrl target = reply.url().resolved(QUrl::fromEncoded(reply.rawHeader("Location")));
+    return KVError(KVURLErrorDomain, KVURLErrorInsecureRedirect,
+                   {{KVLocalizedDescriptionKey, reply.errorString()},
+                    {KVFailingURLStringKey, target.toString(QUrl::RemoveUserInfo)}});
+}
+} // namespace
+
 KVError KVTransportErrorOfReply(const QNetworkReply &reply)
 {
     qint64 code = 0;
@@ -26,6 +38,8 @@ KVError KVTransportErrorOfReply(const QNetworkReply &reply)
     case QNetworkReply::SslHandshakeFailedError:
         code = KVURLErrorSecureConnectionFailed;
         break;
+    case QNetworkReply::InsecureRedirectError:
+        return insecureRedirectErrorOf(reply);
     default:
         // Failures above the transport (HTTP statuses, protocol answers) are the caller's to judge.
         if (reply.error() >= QNetworkReply::ContentAccessDenied)

@@ -16,12 +16,14 @@ inline const QString KVLocalizedFailureReasonErrorKey = QStringLiteral("NSLocali
 inline const QString KVFilePathErrorKey = QStringLiteral("NSFilePath");
 // The causes an error carries beside its own code, for the user's text and for the log: the error
 // it stands for (a KVError), the errno of a failed system call, the HTTP status of a server's
-// answer, the exit status of a child process, and the bytes a full disk lacked.
+// answer, the exit status of a child process, the bytes a full disk lacked, and the address a
+// refused redirect led to.
 inline const QString KVUnderlyingErrorKey = QStringLiteral("NSUnderlyingError");
 inline const QString KVErrnoKey = QStringLiteral("errno");
 inline const QString KVHTTPStatusKey = QStringLiteral("HTTPStatus");
 inline const QString KVExitStatusKey = QStringLiteral("exitStatus");
 inline const QString KVRequiredBytesKey = QStringLiteral("requiredBytes");
+inline const QString KVFailingURLStringKey = QStringLiteral("NSErrorFailingURLStringKey");
 
 // Codes of the Cocoa domain that file operations report with.
 enum KVCocoaErrorCode : qint64 {
@@ -47,6 +49,7 @@ enum KVURLErrorCode : qint64 {
     KVURLErrorNotConnectedToInternet = -1009,
     KVURLErrorBadServerResponse = -1011,        // the server answered, but not with success
     KVURLErrorCannotDecodeContentData = -1016,  // the body's content encoding could not be undone
+    KVURLErrorInsecureRedirect = -1022,         // a secure request was redirected to plain HTTP, and not followed
     KVURLErrorDataLengthExceedsMaximum = -1103, // the body went on beyond the length it may have
     KVURLErrorSecureConnectionFailed = -1200,
 };

@@ -116,6 +116,10 @@
         <translation>Die Update-Informationen konnten nicht überprüft werden: {cause}. Es wurde nichts heruntergeladen oder installiert.</translation>
     </message>
     <message>
+        <source>IDS_ERROR_INSECURE_REDIRECT</source>
+        <translation>Der Update-Server hat auf die unverschlüsselte Adresse {url} umgeleitet; zu deiner Sicherheit wurde der Umleitung nicht gefolgt. Es wurde nichts installiert.</translation>
+    </message>
+    <message>
         <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
         <translation>Ein Download ist beschädigt angekommen: Er wurde abgebrochen oder passt nicht zu seiner Prüfsumme. Bitte versuche es erneut.</translation>
     </message>

@@ -116,6 +116,10 @@
         <translation>The update information could not be verified: {cause}. Nothing was downloaded or installed.</translation>
     </message>
     <message>
+        <source>IDS_ERROR_INSECURE_REDIRECT</source>
+        <translation>The update server redirected to the unencrypted address {url}; for your safety, the redirect was not followed. Nothing was installed.</translation>
+    </message>
+    <message>
         <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
         <translation>A download arrived damaged: it was cut short or does not match its checksum. Please try again.</translation>
     </message>

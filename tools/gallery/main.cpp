@@ -450,6 +450,10 @@ bool renderErrorScreens(const QString &folder)
                   {{KVLocalizedDescriptionKey,
                     QStringLiteral("it is signed with the key 4F18B7C85FE8452C, which is revoked")}}),
           KVError()}},
+        {"run failed: redirected to plain HTTP",
+         {KVError(),
+          KVError(KVURLErrorDomain, KVURLErrorInsecureRedirect,
+                  {{KVFailingURLStringKey, QStringLiteral("http://updates.example.com/nestora/Nestora-2.2.0.zip")}})}},
         {"run failed: damaged download",
          {KVError(), KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorMD5Mismatch)}},
     };
