@@ -4,8 +4,6 @@
 // the installer's headless mode with a clear error and its own exit status.
 
 #include "App/Model/KVErrorClass.h"
-#include "App/Model/KVHTTPSession.h"
-#include "App/Model/KVNetworkError.h"
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
 #include "KVTestHttpServer.h"
@@ -18,7 +16,6 @@
 #include "KVTestUpdateServer.h"
 #include "Platform/KVPropertyList.h"
 
-#include <QNetworkReply>
 #include <QProcess>
 
 #include <csignal>
@@ -105,7 +102,6 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void insecureRedirectIsNotFollowed();
     void failedRunKeepsOldInstallation_data();
     void failedRunKeepsOldInstallation();
 
@@ -161,24 +157,6 @@ void EndToEndFailuresTest::cleanup()
     for (const char *name :
          {"NESTORA_ELEVATOR", "NESTORA_STANDIN_RECORD", "NESTORA_STANDIN_DISMISS", "NESTORA_STANDIN_REFUSE"})
         qunsetenv(name);
-}
-
-// An HTTPS address that sends the client on to a plain HTTP one is not followed. Only this process
-// trusts the test certificate, so the request is made here rather than by the installer.
-void EndToEndFailuresTest::insecureRedirectIsNotFollowed()
-{
-    const std::optional<QSslConfiguration> tls = KVTestHttpServer::trustedTls();
-    QVERIFY(tls);
-    KVTestHttpServer secure(tls);
-    secure.setRedirect(QStringLiteral("/devices.xml"), m_misbehavingServer->url(QStringLiteral("/devices.xml")));
-    m_misbehavingServer->setFile(QStringLiteral("/devices.xml"), "<devices/>");
-    KVHTTPSession session;
-    QNetworkReply *reply = session.get(secure.url(QStringLiteral("/devices.xml")));
-    QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 30000);
-    QCOMPARE(reply->error(), QNetworkReply::InsecureRedirectError);
-    QVERIFY(KVErrorText(KVTransportErrorOfReply(*reply)).contains(m_misbehavingServer->url("/devices.xml").toString()));
-    QCOMPARE(secure.requestCount(QStringLiteral("/devices.xml")), 1);
-    QCOMPARE(m_misbehavingServer->requestCount(QStringLiteral("/devices.xml")), 0);
 }
 
 void EndToEndFailuresTest::failedRunKeepsOldInstallation_data()

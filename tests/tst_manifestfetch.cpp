@@ -274,6 +274,10 @@ private Q_SLOTS:
             QTRY_VERIFY(finished);
         }
         QCOMPARE(error ? KVErrorExitStatus(KVErrorClassOf(error)) : 0, exitStatus);
+        // A refused redirect is not followed, and the user is told where it led.
+        if (tamper == Tamper::HTTPSToHTTP)
+            QVERIFY(server.requestCount("/manifest.ini") == 0 &&
+                    KVErrorText(error).contains(server.url("/manifest.ini").toString()));
         QCOMPARE(QFileInfo::exists(destination), exitStatus == 0);
         QCOMPARE(server.requestCount("/cards.json"), exitStatus == 0 || tamper == Tamper::WrongSHA256 ? 1 : 0);
     }

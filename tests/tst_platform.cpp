@@ -2,7 +2,6 @@
 #include "Core/Extensions/KVNotificationCenter.h"
 #include "KVTestFiles.h"
 #include "KVTestSandbox.h"
-#include "Platform/KVBundle.h"
 #include "Platform/KVPropertyList.h"
 #include "Platform/KVStandardPaths.h"
 #include "Platform/KVSystemInfo.h"
@@ -35,7 +34,7 @@ private:
 } // namespace
 
 // The platform layer: property lists keep their types, the user-defaults store layers the
-// registration domain under the user's values, bundles and system versions read right; and what
+// registration domain under the user's values, system versions read right; and what
 // the network monitor tells the installer: a first report right after it starts, observed by
 // whoever adds its observers just after creating it, then one report per real change.
 class PlatformTest : public QObject
@@ -154,31 +153,6 @@ private Q_SLOTS:
         defaults.setObject("Key", QStringLiteral("value"));
         QVERIFY(!defaults.synchronize());
         QCOMPARE(defaults.stringForKey("Key"), QStringLiteral("value"));
-    }
-
-    void bundles()
-    {
-        QVERIFY(!KVBundle::bundleWithPath(KVTestSandbox::current().root() + QStringLiteral("/Missing.app")));
-        const QString path = KVTestSandbox::current().applicationsDirectory() + QStringLiteral("/Nestora.app");
-        QDir().mkpath(path + QStringLiteral("/Contents"));
-        const auto empty = KVBundle::bundleWithPath(path);
-        QVERIFY(empty);
-        QVERIFY(empty->bundleVersion().isNull()); // a bundle without a readable Info.plist still opens
-
-        QVERIFY(KVPropertyList::writeDictionary(path + QStringLiteral("/Contents/Info.plist"),
-                                                {{"CFBundleVersion", QStringLiteral("2.1")},
-                                                 {"CFBundleIdentifier", QStringLiteral("com.keldran.nestora")},
-                                                 {"CFBundleExecutable", QStringLiteral("Nestora")}}));
-        const auto bundle = KVBundle::bundleWithPath(path + QStringLiteral("/"));
-        QCOMPARE(bundle->bundlePath(), path);
-        QCOMPARE(bundle->bundleVersion(), QStringLiteral("2.1"));
-        QCOMPARE(bundle->executablePath(), path + QStringLiteral("/Contents/MacOS/Nestora"));
-        QVERIFY(bundle->pathForResource("Install", "sh").isNull());
-
-        // Outside a bundle the main bundle is two levels above the executable's folder.
-        KVBundle::setMainBundlePath({});
-        QCOMPARE(KVBundle::mainBundle().bundlePath(),
-                 QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../.."));
     }
 
     void osReleaseVersions_data()
