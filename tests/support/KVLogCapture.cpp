@@ -12,11 +12,6 @@ public:
         std::lock_guard lock(mutex_);
         return m_lines;
     }
-    void clear()
-    {
-        std::lock_guard lock(mutex_);
-        m_lines.clear();
-    }
 
 protected:
     void sink_it_(const spdlog::details::log_msg &message) override
@@ -45,10 +40,4 @@ QStringList KVLogCapture::messages() const
 {
     KVLog::flush();
     return m_sink->lines();
-}
-
-void KVLogCapture::clear()
-{
-    KVLog::flush();
-    m_sink->clear();
 }

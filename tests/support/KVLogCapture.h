@@ -17,8 +17,6 @@ public:
     // Waits for lines still queued for the background writer, then returns all, oldest first.
     QStringList messages() const;
     bool contains(const QString &message) const { return messages().contains(message); }
-    int count(const QString &message) const { return int(messages().count(message)); }
-    void clear();
 
 private:
     std::shared_ptr<KVCapturingSink> m_sink;
