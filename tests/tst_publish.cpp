@@ -301,7 +301,7 @@ void PublishTest::verifiesPublication_data()
     };
     row("as published", "", "", "", 0, "manifest.ini verified with key [0-9A-F]{16} \\(0 warning");
     row("one byte of the manifest changed", "edit", "LatestVersion=7", "LatestVersion=8", 1,
-        "manifest.ini: error: the signature does not match");
+        "manifest.ini: error: the data was changed after it was signed");
     row("signed by another key", "other key", "", "", 1, "error: the signature was made with key");
     row("no signature", "unsigned", "", "", 1, "error: the signature .*manifest.ini.minisig cannot be read");
     row("deliverable changed", "deliverable", "", "", 1, "manifest.ini:\\d+: error: MD5=\\w+, but cards.json has");

@@ -168,7 +168,7 @@ KVResult<void> Signature::verify(QByteArrayView data, const PublicKey &publicKey
         return formatError(QStringLiteral("the signature was made with key %1, not with key %2")
                                .arg(keyIdText(keyId), keyIdText(publicKey.keyId)));
     if (!verifyDetached(signature, digestOf(data), publicKey.key))
-        return formatError(QStringLiteral("the signature does not match the data"));
+        return formatError(QStringLiteral("the data was changed after it was signed"));
     if (!verifyDetached(globalSignature, signature + trustedComment.toUtf8(), publicKey.key))
         return formatError(QStringLiteral("the signature's trusted comment was altered"));
     return {};
