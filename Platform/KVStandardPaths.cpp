@@ -31,6 +31,11 @@ QString configDirectory()
     return environmentFolder("XDG_CONFIG_HOME", homeDirectory() + QStringLiteral("/.config"));
 }
 
+QString cacheDirectory()
+{
+    return environmentFolder("XDG_CACHE_HOME", homeDirectory() + QStringLiteral("/.cache"));
+}
+
 QString temporaryDirectory()
 {
     // A TMPDIR that names no usable folder must not turn temporary paths into paths below "/".
@@ -44,8 +49,7 @@ QString runtimeDirectory()
     // A runtime folder inherited from another user (su, sudo) is not this user's to use.
     if (const QFileInfo folder(runtime); !runtime.isEmpty() && folder.isDir() && folder.ownerId() == ::getuid())
         return runtime;
-    QString fallback = environmentFolder("XDG_CACHE_HOME", homeDirectory() + QStringLiteral("/.cache")) +
-                       QStringLiteral("/Nestora/Runtime");
+    QString fallback = cacheDirectory() + QStringLiteral("/Nestora/Runtime");
     if (!QDir().mkpath(fallback) ||
         !QFile::setPermissions(fallback, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner))
         return {};

@@ -12,6 +12,8 @@ QString homeDirectory();
 QString applicationSupportDirectory();
 // $XDG_CONFIG_HOME, default ~/.config.
 QString configDirectory();
+// $XDG_CACHE_HOME, default ~/.cache: kept across reboots, but nothing in it is irreplaceable.
+QString cacheDirectory();
 // QDir::tempPath(), which honours TMPDIR, or /tmp when that names no folder.
 QString temporaryDirectory();
 // The user's private folder for state that lives as long as the process (the single-instance

@@ -30,7 +30,7 @@ struct DownloadResult
 // Downloads as the update run does: started on the engine's queue, which waits until the
 // completion has run on the main thread.
 std::shared_ptr<DownloadResult> download(const QUrl &url, const QString &destination,
-                                         std::optional<qint64> expectedSize = std::nullopt)
+                                         const KVExpectedDownload &expected = {})
 {
     auto result = std::make_shared<DownloadResult>();
     KVSerialQueue queue(QStringLiteral("test queue"));
@@ -48,7 +48,7 @@ std::shared_ptr<DownloadResult> download(const QUrl &url, const QString &destina
                 result->error = error;
                 done.release();
             },
-            expectedSize);
+            expected);
         done.acquire();
         result->finished = true;
     });
@@ -242,6 +242,51 @@ private slots:
         QVERIFY(result->path.isEmpty());
         QCOMPARE(filesIn(temporaryFolder()), QStringList()); // neither the file nor a temporary part of it
         QVERIFY(result->everyCallbackOnMainThread);
+    }
+
+    // Each row breaks the first tries off; the file arrives whole all the same, and the server
+    // sends again only what it must.
+    void triesBrokenDownloadsAgain_data()
+    {
+        QTest::addColumn<QList<KVTestHttpServer::Response>>("responses");
+        QTest::addColumn<qint64>("bytesSent");
+        using R = KVTestHttpServer::Response;
+        using B = KVTestHttpServer::Behaviour;
+        const QByteArray body = patternedBody(100000);
+        const QList<std::pair<QByteArray, QByteArray>> tag{{"ETag", "\"a\""}};
+        const R cut{200, body, tag, B::DropHalfway, 0};
+        const qint64 size = body.size();
+        QTest::newRow("cut: the rest") << QList{cut, R{200, body, tag, B::Answer, 0}} << size;
+        QTest::newRow("cut, then the file changed: again from zero")
+            << QList{cut, R{200, body, {{"ETag", "\"b\""}}, B::Answer, 0}} << size + size / 2;
+        QTest::newRow("cut, then no ranges: again from zero")
+            << QList{cut, R{200, body, tag, B::WholeBody, 0}} << size + size / 2;
+        QTest::newRow("503 twice") << QList{R{503, {}, {}, B::Answer, 0}, R{503, {}, {}, B::Answer, 0},
+                                            R{200, body, {}, B::Answer, 0}}
+                                   << size;
+        QTest::newRow("429 with Retry-After")
+            << QList{R{429, {}, {{"Retry-After", "2"}}, B::Answer, 0}, R{200, body, {}, B::Answer, 0}} << size;
+    }
+
+    void triesBrokenDownloadsAgain()
+    {
+        QFETCH(QList<KVTestHttpServer::Response>, responses);
+        QFETCH(qint64, bytesSent);
+        const QByteArray body = responses.last().body;
+        KVTestHttpServer server;
+        server.setResponses("/file.zip", responses);
+
+        const QString destination = temporaryFolder() + QStringLiteral("/file.zip");
+        const QByteArray sha256 = QCryptographicHash::hash(body, QCryptographicHash::Sha256).toHex();
+        const auto result = download(server.url("/file.zip"), destination, {body.size(), sha256});
+
+        QVERIFY2(!result->error, qPrintable(result->error.description()));
+        QCOMPARE(QCryptographicHash::hash(KVTestFiles::readFile(destination), QCryptographicHash::Sha256).toHex(),
+                 sha256);
+        QCOMPARE(server.bodyBytesSent("/file.zip"), bytesSent);
+        QCOMPARE(filesIn(temporaryFolder()), QStringList{"file.zip"}); // no part, no record of it
+        QVERIFY(std::any_of(result->progress.cbegin(), result->progress.cend(),
+                            [](const KVTransferProgress &progress) { return progress.retrying; }));
     }
 
     void md5OfHandle_data()

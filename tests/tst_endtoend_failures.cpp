@@ -181,7 +181,7 @@ void EndToEndFailuresTest::failedRunKeepsOldInstallation_data()
     fails("nothing installed, nothing offered", Fault::NothingOffered, KVErrorClass::NothingInstalled,
           "Nestora is not installed, and the update server offers nothing to install.");
     fails("too little space", Fault::TooLittleSpace, KVErrorClass::DiskFull,
-          "not enough free space in " + KVTestSandbox::current().temporaryDirectory() + ": ");
+          "not enough free space in " + KVTestSandbox::current().root() + "/cache/Nestora/Downloads: ");
     fails("program not executable", Fault::ProgramNotExecutable, KVErrorClass::LaunchFailed,
           "Nestora could not be started. Please download Nestora from https://" NESTORA_VENDOR_SITE "/");
 

@@ -275,14 +275,16 @@ void EndToEndInstallTest::commandLineAnsweredWithoutWindow()
 
 void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind_data()
 {
-    QTest::addColumn<quint32>("seed");
+    QTest::addColumn<quint32>("seed"); // 0: killed once the application archive has begun to arrive
     for (quint32 seed = 1; seed <= 5; ++seed)
         QTest::addRow("seed %u", seed) << seed;
+    QTest::addRow("while downloading") << 0u;
 }
 
 // The installer is killed at a random moment of an update (with the programs it runs), then
 // started again: the application is the old one or the new one at every moment, and the second
-// run completes the update and removes whatever the first one left.
+// run completes the update, continuing a download the first one began, and removes whatever the
+// first one left.
 void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind()
 {
     QFETCH(quint32, seed);
@@ -298,6 +300,10 @@ void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind()
         m_companion->stopAll();
     });
     QVERIFY(m_server->addNestoraRelease());
+    const QString archive =
+        QLatin1Char('/') + KVTestUpdateServer::applicationFile(KVTestUpdateServer::releaseApplication);
+    if (seed == 0)
+        m_server->nginx().limitRate(archive, QStringLiteral("32k"));
     QString failure;
     QVERIFY2(m_server->start(&failure), qPrintable(failure));
     QVERIFY(installApplication(QStringLiteral("2.0.0")));
@@ -310,7 +316,12 @@ void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind()
     QVERIFY(killed.waitForStarted());
     const pid_t group = pid_t(killed.processId());
     QVERIFY(group > 0);
-    QTest::qWait(int(QRandomGenerator(seed).bounded(2500)));
+    if (seed == 0)
+        QTRY_VERIFY(
+            QFileInfo(KVTestSandbox::current().root() + "/cache/Nestora/Downloads/keldran-vexa-app.zip.part").size() >
+            0);
+    else
+        QTest::qWait(int(QRandomGenerator(seed).bounded(2500)));
     if (killed.state() != QProcess::NotRunning)
         QCOMPARE(::kill(-group, SIGKILL), 0);
     QVERIFY(killed.state() == QProcess::NotRunning || killed.waitForFinished());
@@ -322,6 +333,11 @@ void EndToEndInstallTest::killedRunLeavesOldOrNewAndNothingBehind()
     QCOMPARE(snapshot(applicationPath()), newApplication);
     QCOMPARE(history(), kCurrentHistory);
     QCOMPARE(leftovers(), QStringList());
+    if (seed == 0) {
+        const QStringList continued =
+            m_server->nginx().requests().filter(QRegularExpression("^" + archive + " 206 bytes=[1-9]"));
+        QVERIFY2(continued.size() == 1, qPrintable(m_server->nginx().requests().join('\n')));
+    }
 }
 
 NESTORA_TEST_MAIN(EndToEndInstallTest)

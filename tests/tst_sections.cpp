@@ -180,8 +180,8 @@ private Q_SLOTS:
             QTest::newRow(name) << QString::fromLatin1(section) << QString::fromLatin1(downloadPath)
                                 << QString::fromLatin1(deploymentPath);
         };
-        row("installer release", "Mac_Installer_2.0", "<tmp>/keldran-vexa-installer-latest.zip", "<installer>");
-        row("plug-in release", "Mac_Module_Backup_1.2", "<tmp>/keldran-vexa-Mac_Module_Backup_1.2.zip",
+        row("installer release", "Mac_Installer_2.0", "<cache>/keldran-vexa-installer-latest.zip", "<installer>");
+        row("plug-in release", "Mac_Module_Backup_1.2", "<cache>/keldran-vexa-Mac_Module_Backup_1.2.zip",
             "<data>/Nestora/PlugIns/Backup.vexaplugin");
         row("installer index", "Mac_Installer", nullptr, nullptr);
         row("unknown", "Readme", nullptr, nullptr);
@@ -195,7 +195,7 @@ private Q_SLOTS:
 
         const KVTestSandbox &sandbox = KVTestSandbox::current();
         const auto resolved = [&](QString path) {
-            return path.replace(QLatin1String("<tmp>"), sandbox.temporaryDirectory())
+            return path.replace(QLatin1String("<cache>"), sandbox.root() + QStringLiteral("/cache/Nestora/Downloads"))
                 .replace(QLatin1String("<data>"), sandbox.dataHome())
                 .replace(QLatin1String("<installer>"), installerBundlePath());
         };

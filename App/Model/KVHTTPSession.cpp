@@ -5,6 +5,7 @@
 
 #include <QNetworkProxyFactory>
 #include <QNetworkReply>
+#include <QSysInfo>
 
 namespace {
 
@@ -16,11 +17,15 @@ public:
     QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override { return systemProxyForQuery(query); }
 };
 
-// "NestoraInstaller/<version>", or the bare name for a bundle that states no version.
+// "NestoraInstaller/<version> (<system>; <architecture>)", the version left out for a bundle that
+// states none: enough for a server's operator to tell which installers are still out there.
 QString userAgent()
 {
     const QString version = KVBundle::mainBundle().bundleVersion();
-    return version.isEmpty() ? KVBundle::kInstallerName : KVBundle::kInstallerName + QLatin1Char('/') + version;
+    const QString product =
+        version.isEmpty() ? KVBundle::kInstallerName : KVBundle::kInstallerName + QLatin1Char('/') + version;
+    return QStringLiteral("%1 (%2; %3)")
+        .arg(product, QSysInfo::prettyProductName(), QSysInfo::currentCpuArchitecture());
 }
 
 } // namespace
@@ -30,7 +35,7 @@ KVHTTPSession::KVHTTPSession()
     m_manager.setProxyFactory(new SystemProxyFactory);
 }
 
-QNetworkReply *KVHTTPSession::get(const QUrl &url, const QByteArray &acceptEncoding)
+QNetworkReply *KVHTTPSession::get(const QUrl &url, const RawHeaders &headers)
 {
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
@@ -38,7 +43,7 @@ QNetworkReply *KVHTTPSession::get(const QUrl &url, const QByteArray &acceptEncod
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setTransferTimeout(int(KVUpdateHelper::networkTimeout().count()));
     request.setHeader(QNetworkRequest::UserAgentHeader, userAgent());
-    if (!acceptEncoding.isEmpty())
-        request.setRawHeader("Accept-Encoding", acceptEncoding);
+    for (const auto &[name, value] : headers)
+        request.setRawHeader(name, value);
     return m_manager.get(request);
 }

@@ -9,7 +9,7 @@ class QNetworkReply;
 // downloads behave alike: the system's proxy settings apply (on Linux http_proxy, https_proxy and
 // no_proxy), a redirect is followed unless it leads to a less safe scheme, no cache is read or
 // written, a transfer that receives nothing for KVUpdateHelper::networkTimeout() fails, and the
-// installer names itself and its version as the user agent.
+// installer names itself, its version and the system as the user agent.
 //
 // Thread: the one it was created on, whose event loop serves its replies.
 class KVHTTPSession
@@ -17,9 +17,12 @@ class KVHTTPSession
 public:
     KVHTTPSession();
 
-    // Starts a GET; the reply belongs to the session. An accept-encoding that is given is sent as
-    // it stands, and the body then arrives encoded, as sent.
-    [[nodiscard]] QNetworkReply *get(const QUrl &url, const QByteArray &acceptEncoding = {});
+    using RawHeaders = QList<std::pair<QByteArray, QByteArray>>;
+
+    // Starts a GET with the given headers besides the session's own; the reply belongs to the
+    // session. An Accept-Encoding that is given is sent as it stands, and the body then arrives
+    // encoded, as sent.
+    [[nodiscard]] QNetworkReply *get(const QUrl &url, const RawHeaders &headers = {});
 
 private:
     QNetworkAccessManager m_manager;

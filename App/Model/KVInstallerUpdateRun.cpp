@@ -10,6 +10,7 @@
 #include "Platform/KVFileOperations.h"
 #include "Platform/KVTranslocation.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QSemaphore>
 
@@ -66,13 +67,14 @@ void KVInstallerUpdateRun::report(float fraction, const std::optional<QVariantMa
 void KVInstallerUpdateRun::download()
 {
     (void)KVFileOperations::removeItem(m_downloadPath);
+    QDir().mkpath(QFileInfo(m_downloadPath).absolutePath());
     // The callbacks run on the main thread while this thread waits for the semaphore.
     QSemaphore finished;
     KVUpdateHelper::downloadURL(
         m_section->valueForKey(QStringLiteral("URL")), m_downloadPath,
         [this](const KVTransferProgress &progress) {
             const float fraction = float(double(progress.completedUnitCount) / double(progress.totalUnitCount) * 0.5);
-            report(fraction, KVProgressMessage(QStringLiteral("IDS_INSTALLER_DOWNLOADING")));
+            report(fraction, KVProgressMessage(KVDownloadingMessageKey(progress)));
         },
         [this, &finished](const QString &, const KVError &downloadError) {
             if (downloadError)

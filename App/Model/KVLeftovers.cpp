@@ -18,7 +18,6 @@ const QString kUUIDPattern = QStringLiteral("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}
 
 // The downloads ("keldran-vexa-…") with the temporary files they are written through.
 const QString kDownloadPattern = QRegularExpression::escape(kDownloadPrefix) + QStringLiteral(".+");
-const QRegularExpression kDownloadItem(QStringLiteral("^%1$").arg(kDownloadPattern));
 
 // What the installer leaves in the temporary directory: extraction folders and the downloads.
 const QRegularExpression kTemporaryItem(
@@ -83,9 +82,21 @@ void removeUnpackingFolderOf(const QStringList &items)
         KVLogWarning("%s: failed to remove %@ with error %@", __func__, folder.filePath(), removed.error());
 }
 
-void removeDownloads()
+void pruneDownloads(const QString &folder, const QStringList &namedFiles)
 {
-    removeMatching(KVStandardPaths::temporaryDirectory(), kDownloadItem);
+    QStringList alternatives;
+    for (const QString &name : namedFiles)
+        alternatives << QRegularExpression::escape(name);
+    const QRegularExpression named(
+        QStringLiteral("^(%1)(\\.part(\\.json)?)?$").arg(alternatives.join(QLatin1Char('|'))));
+    for (const QFileInfo &entry : QDir(folder).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
+        if (!alternatives.isEmpty() && named.match(entry.fileName()).hasMatch())
+            continue;
+        if (const KVResult<> removed = KVFileOperations::removeItem(entry.filePath()); !removed)
+            KVLogWarning("%s: failed to remove %@ with error %@", __func__, entry.filePath(), removed.error());
+        else
+            KVLogInfo("%s: removed %@, which the manifest no longer names", __func__, entry.filePath());
+    }
 }
 
 void removeLeftoversOfEarlierRuns(const QStringList &deploymentFolders)

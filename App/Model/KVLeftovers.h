@@ -15,9 +15,9 @@ QString newUnpackingFolder();
 // Removes the extraction folder that unpacked items lie in, with whatever is still inside.
 void removeUnpackingFolderOf(const QStringList &items);
 
-// Removes the downloads in the temporary directory, verified ones kept for a retry included: what
-// the installer does as it stops.
-void removeDownloads();
+// Removes from the download folder whatever is not one of the named files (by file name) or a
+// part of one: the downloads of releases that the manifest no longer offers.
+void pruneDownloads(const QString &folder, const QStringList &namedFiles);
 
 // Removes what an earlier run left in the temporary directory (extraction folders, downloads)
 // and in the given folders where items are deployed (hidden staging copies ".<UUID>_<name>",

@@ -73,7 +73,7 @@ void KVSectionUpdateRun::run()
     if (!m_downloaded.isEmpty())
         takeFirstInstallationCensus();
     deploySections();
-    removeUnverifiedDownloads();
+    removeSpentDownloads();
     complete();
     if (!m_runError)
         m_engine.launchApp();
@@ -149,6 +149,7 @@ KVResult<> KVSectionUpdateRun::downloadSection(const KVINISection &section, cons
         return {};
     }
     (void)KVFileOperations::removeItem(path);
+    QDir().mkpath(QFileInfo(path).absolutePath());
     const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
     if (const KVResult<> space = KVFileOperations::checkFreeSpace(QFileInfo(path).absolutePath(), bytes); !space) {
         KVLogError("%@ cannot download %@: %@", KVUpdateHelper::kClassName, url, space.error());
@@ -168,7 +169,7 @@ KVResult<> KVSectionUpdateRun::downloadSection(const KVINISection &section, cons
                 m_sectionBytes = progress.totalUnitCount;
             m_fraction = float(double(m_completedBytes + progress.completedUnitCount) / double(m_totalBytes));
             if (m_progressHandler)
-                m_progressHandler(m_fraction, KVProgressMessage(QStringLiteral("IDS_INSTALLER_DOWNLOADING")));
+                m_progressHandler(m_fraction, KVProgressMessage(KVDownloadingMessageKey(progress)));
         },
         [this, &finished, &transferError, bytes](const QString &, const KVError &error) {
             // Every transfer failure is URL error 2; what really happened rides along for the
@@ -310,13 +311,13 @@ KVResult<> KVSectionUpdateRun::deployDeliverable(const KVINISection &section, KV
     }
 }
 
-// Whatever a failed or skipped step left of the downloads, except the verified ones that a retry
-// uses; the engine removes those when it stops.
-void KVSectionUpdateRun::removeUnverifiedDownloads()
+// The downloads, once installed, and whatever a failed or skipped step left of them, except the
+// verified ones of a failed run: Try Again or the next run uses those while the manifest offers them.
+void KVSectionUpdateRun::removeSpentDownloads()
 {
     for (const KVINISectionPtr &section : std::as_const(m_runList)) {
         const QString path = m_engine.downloadPathForSection(*section);
-        if (!m_engine.shouldVerifyMD5() || !m_downloaded.contains(path))
+        if (!m_runError || !m_engine.shouldVerifyMD5() || !m_downloaded.contains(path))
             (void)KVFileOperations::removeItem(path);
     }
 }

@@ -30,7 +30,7 @@ private:
     void deploySection(const KVINISection &section, const QString &downloadedPath);
     KVResult<> deployDeliverable(const KVINISection &section, KVUpdateSectionType type, const QStringList &items,
                                  const QString &downloadedPath, const QString &deploymentPath, bool pluginIsNew);
-    void removeUnverifiedDownloads();
+    void removeSpentDownloads();
     [[nodiscard]] bool isVerifiedDownload(const KVINISection &section, const QString &path) const;
     void announcePlugin(const KVINISection &section, bool firstInstallation);
     void recordHistory(const KVINISection &section);

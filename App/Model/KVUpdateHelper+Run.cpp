@@ -3,6 +3,12 @@
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVLocalizedString.h"
 
+QString KVDownloadingMessageKey(const KVTransferProgress &progress)
+{
+    return progress.retrying ? QStringLiteral("IDS_INSTALLER_DOWNLOAD_RETRYING")
+                             : QStringLiteral("IDS_INSTALLER_DOWNLOADING");
+}
+
 QVariantMap KVProgressMessage(const QString &key)
 {
     return {{QStringLiteral("message"), KVLocalizedString(key)}};

@@ -120,7 +120,12 @@ QString KVUpdateHelper::downloadPathForSection(const KVINISection &section) cons
     case KVUpdateSectionTypeModule:
         return {};
     }
-    return KVStandardPaths::temporaryDirectory() + QLatin1Char('/') + fileName;
+    return downloadFolder() + QLatin1Char('/') + fileName;
+}
+
+QString KVUpdateHelper::downloadFolder()
+{
+    return KVStandardPaths::cacheDirectory() + QStringLiteral("/Nestora/Downloads");
 }
 
 QString KVUpdateHelper::deploymentPathForSection(const KVINISection &section) const

@@ -33,7 +33,8 @@ void KVUpdateHelper::downloadURL(const QString &url, const QString &destination,
 KVExpectedDownload KVUpdateHelper::expectedDownloadOfSection(const KVINISection &section)
 {
     const qint64 bytes = leadingIntegerValue(section.valueForKey(QStringLiteral("Bytes")));
-    return {bytes > 0 ? std::optional(bytes) : std::nullopt, section.valueForKey(QStringLiteral("SHA256")).toLatin1()};
+    return {bytes > 0 ? std::optional(bytes) : std::nullopt, section.valueForKey(QStringLiteral("SHA256")).toLatin1(),
+            section.valueForKey(QStringLiteral("MD5")).toLatin1()};
 }
 
 bool KVUpdateHelper::shouldVerifyMD5() const

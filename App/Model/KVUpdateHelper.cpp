@@ -154,7 +154,6 @@ KVUpdateHelper::~KVUpdateHelper()
 {
     KVLogVerbose("%s", __func__);
     m_queue.reset(); // finishes the queued work while the members it uses still exist
-    KVLeftovers::removeDownloads();
 }
 
 void KVUpdateHelper::setUpdating(bool updating)
@@ -170,7 +169,6 @@ void KVUpdateHelper::stopWorkForExit(int exitStatus)
     const QPointer<QEventLoop> waiting(&loop);
     auto idle = std::make_shared<std::atomic_bool>(false);
     m_queue->async([waiting, idle] {
-        KVLeftovers::removeDownloads(); // kept for a retry until now
         *idle = true;
         KVDispatch::asyncMain([waiting] {
             if (waiting)
@@ -219,6 +217,8 @@ bool KVUpdateHelper::downloadUpdateINI(bool force, KVError *error)
                 m_INI = std::move(*manifest);
                 if (m_INI->sections().isEmpty())
                     fetchError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable);
+                else
+                    pruneDownloads();
             } else {
                 fetchError = manifest.error();
                 KVLogError("%@: the manifest at %@ is not used: %@", kClassName, m_updateURL, fetchError);
@@ -228,6 +228,16 @@ bool KVUpdateHelper::downloadUpdateINI(bool force, KVError *error)
     if (error)
         *error = fetchError;
     return true;
+}
+
+// What is kept of downloads is kept for the releases the manifest offers now, and only for them.
+void KVUpdateHelper::pruneDownloads() const
+{
+    QStringList named;
+    for (const KVINISectionPtr &section : m_INI->sections())
+        if (const QString path = downloadPathForSection(*section); !path.isEmpty())
+            named << QFileInfo(path).fileName();
+    KVLeftovers::pruneDownloads(downloadFolder(), named);
 }
 
 QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)

@@ -68,6 +68,9 @@ public:
     static std::chrono::milliseconds networkTimeout();
     static void setNetworkTimeout(std::chrono::milliseconds timeout);
 
+    // Removes from downloadFolder() what the manifest held no longer names. Queue only.
+    void pruneDownloads() const;
+
     // Every folder where items are deployed, where a killed run may have left staging copies.
     QStringList deploymentFolders() const;
 
@@ -92,6 +95,9 @@ public:
     QString currentVersionOfPlugin(const KVINISection &section) const;
     QString pluginDirectory() const;
     QString downloadPathForSection(const KVINISection &section) const;
+    // Where the downloads are kept until they are installed: $XDG_CACHE_HOME/Nestora/Downloads, so
+    // that an interrupted one survives a reboot and continues where it broke off.
+    static QString downloadFolder();
     QString deploymentPathForSection(const KVINISection &section) const;
     QString featureNameForPlugin(const QString &plugin) const;
     bool isAppLaunchedByInstaller() const;

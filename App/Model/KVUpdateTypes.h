@@ -47,15 +47,18 @@ QVariantMap KVProgressMessage(const QString &key);
 using KVUpdateCompletionHandler = std::function<void(const QVariantMap &result, const KVError &error)>;
 
 // What a download must turn out to be, where the manifest says: its length in bytes and its
-// SHA-256 digest in lower-case hex. Made from a bare length where only that is known.
+// SHA-256 and MD5 digests in lower-case hex. Made from a bare length where only that is known.
+// The MD5 is checked by the caller; here it only tells whether a kept part is still the same file.
 struct KVExpectedDownload
 {
-    KVExpectedDownload(std::optional<qint64> size = std::nullopt, QByteArray sha256 = {})
+    KVExpectedDownload(std::optional<qint64> size = std::nullopt, QByteArray sha256 = {}, QByteArray md5 = {})
         : size(size)
         , sha256(std::move(sha256))
+        , md5(std::move(md5))
     {}
     std::optional<qint64> size;
     QByteArray sha256;
+    QByteArray md5;
 };
 
 // Transfer progress of one download, in bytes.
@@ -63,7 +66,11 @@ struct KVTransferProgress
 {
     qint64 completedUnitCount = 0;
     qint64 totalUnitCount = 0;
+    bool retrying = false; // the connection failed, and the transfer is about to be tried again
 };
+
+// The string-table key of the text a download's progress shows: downloading, or trying again.
+QString KVDownloadingMessageKey(const KVTransferProgress &progress);
 
 // What the engine needs to know of, and ask of, the application around it. The window and the
 // screen are read in the platform's bottom-left coordinates; the installer supplies these from its

@@ -64,6 +64,10 @@
         <translation>Wird heruntergeladen…</translation>
     </message>
     <message>
+        <source>IDS_INSTALLER_DOWNLOAD_RETRYING</source>
+        <translation>Verbindung unterbrochen. Neuer Versuch…</translation>
+    </message>
+    <message>
         <source>IDS_INSTALLER_INSTALLING</source>
         <translation>Wird installiert…</translation>
     </message>

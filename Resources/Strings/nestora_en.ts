@@ -64,6 +64,10 @@
         <translation>Downloading…</translation>
     </message>
     <message>
+        <source>IDS_INSTALLER_DOWNLOAD_RETRYING</source>
+        <translation>Connection interrupted. Trying again…</translation>
+    </message>
+    <message>
         <source>IDS_INSTALLER_INSTALLING</source>
         <translation>Installing…</translation>
     </message>

@@ -49,6 +49,11 @@ void KVNginxServer::proxy(const QString &path, const QUrl &upstream)
     m_rules << Rule{path, QStringLiteral("proxy_pass %1; proxy_buffering off;").arg(origin)};
 }
 
+void KVNginxServer::limitRate(const QString &path, const QString &rate)
+{
+    m_rules << Rule{path, QStringLiteral("limit_rate %1;").arg(rate)};
+}
+
 QUrl KVNginxServer::url(const QString &path) const
 {
     return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path));
@@ -62,14 +67,24 @@ QString KVNginxServer::errorLog() const
 
 QStringList KVNginxServer::requestedPaths() const
 {
-    // nginx's default log format: … "GET /path HTTP/1.1" status …
-    static const QRegularExpression request(QStringLiteral("\"[A-Z]+ (\\S+) HTTP/[0-9.]+\""));
     QStringList paths;
+    for (const QString &request : requests())
+        paths << request.section(QLatin1Char(' '), 0, 0);
+    return paths;
+}
+
+QStringList KVNginxServer::requests() const
+{
+    // The log format below: "GET /path HTTP/1.1" status "range"
+    static const QRegularExpression request(QStringLiteral("\"[A-Z]+ (\\S+) HTTP/[0-9.]+\" ([0-9]+) \"([^\"]*)\""));
+    QStringList requests;
     QFile log(m_state.filePath(QStringLiteral("access.log")));
     const QString text = log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
-    for (QRegularExpressionMatchIterator match = request.globalMatch(text); match.hasNext();)
-        paths << match.next().captured(1);
-    return paths;
+    for (QRegularExpressionMatchIterator match = request.globalMatch(text); match.hasNext();) {
+        const QRegularExpressionMatch line = match.next();
+        requests << QStringList{line.captured(1), line.captured(2), line.captured(3)}.join(QLatin1Char(' '));
+    }
+    return requests;
 }
 
 QString KVNginxServer::configuration() const
@@ -88,7 +103,8 @@ pid %1;
 error_log %2 info;
 events { worker_connections 64; }
 http {
-    access_log %3;
+    log_format requests '"$request" $status "$http_range"';
+    access_log %3 requests;
     client_body_temp_path %4;
     proxy_temp_path %5;
     fastcgi_temp_path %6;

@@ -25,12 +25,16 @@ public:
     // The rules below take effect at start().
     // Requests for exactly this path are passed, path unchanged, to the server at upstream.
     void proxy(const QString &path, const QUrl &upstream);
+    // The file at exactly this path is served at the rate given in nginx's terms ("64k").
+    void limitRate(const QString &path, const QString &rate);
     // Starts nginx on a free port and returns once it accepts connections, or false with the reason.
     [[nodiscard]] bool start(QString *errorMessage);
 
     QUrl url(const QString &path) const;
     // The paths requested so far, in order.
     QStringList requestedPaths() const;
+    // The requests so far, in order, as "<path> <status> <Range header>" (the range "-" when none).
+    QStringList requests() const;
 
 private:
     struct Rule

@@ -55,14 +55,40 @@ private:
                 const qsizetype headerEnd = buffer->indexOf("\r\n\r\n");
                 if (headerEnd < 0)
                     return;
-                const QList<QByteArray> requestLine = buffer->left(buffer->indexOf("\r\n")).split(' ');
+                const QList<QByteArray> lines = buffer->left(headerEnd).split('\n');
                 buffer->remove(0, headerEnd + 4);
-                answer(socket, m_owner.takeResponse(QString::fromUtf8(requestLine.value(1))));
+                QHash<QByteArray, QByteArray> headers;
+                for (const QByteArray &line : lines.mid(1))
+                    headers.insert(line.left(line.indexOf(':')).trimmed().toLower(),
+                                   line.mid(line.indexOf(':') + 1).trimmed());
+                const QString path = QString::fromUtf8(lines.value(0).split(' ').value(1));
+                answer(socket, path, ranged(m_owner.takeResponse(path), headers));
             });
         }
     }
 
-    void answer(QTcpSocket *socket, const KVTestHttpServer::Response &response)
+    // The rest of the body for a "Range: bytes=<first>-" that its If-Range, if any, allows.
+    static KVTestHttpServer::Response ranged(KVTestHttpServer::Response response,
+                                             const QHash<QByteArray, QByteArray> &request)
+    {
+        const QByteArray range = request.value("range");
+        const qint64 first = range.mid(6, range.indexOf('-') - 6).toLongLong();
+        const auto etag = std::find_if(response.headers.cbegin(), response.headers.cend(),
+                                       [](const auto &header) { return header.first.toLower() == "etag"; });
+        const bool unchanged = !request.contains("if-range") ||
+                               (etag != response.headers.cend() && etag->second == request.value("if-range"));
+        if (response.behaviour == KVTestHttpServer::Behaviour::WholeBody || response.status != 200 ||
+            !range.startsWith("bytes=") || !unchanged || first <= 0 || first >= response.body.size())
+            return response;
+        response.headers.append({"Content-Range", "bytes " + QByteArray::number(first) + '-' +
+                                                      QByteArray::number(response.body.size() - 1) + '/' +
+                                                      QByteArray::number(response.body.size())});
+        response.status = 206;
+        response.body = response.body.mid(first);
+        return response;
+    }
+
+    void answer(QTcpSocket *socket, const QString &path, const KVTestHttpServer::Response &response)
     {
         using Behaviour = KVTestHttpServer::Behaviour;
         if (response.behaviour == Behaviour::Stall)
@@ -80,14 +106,16 @@ private:
         socket->write(head);
         if (response.behaviour == Behaviour::DropHalfway) {
             socket->write(response.body.left(response.body.size() / 2));
-            socket->flush();
-            QTimer::singleShot(50, socket, [socket] { socket->abort(); });
+            m_owner.countBodyBytes(path, response.body.size() / 2);
+            // Closed, not reset: a reset could discard what was sent, and the client would ask again.
+            socket->disconnectFromHost();
             return;
         }
         if (response.behaviour == Behaviour::Endless) {
             sendForever(socket, response.body);
             return;
         }
+        m_owner.countBodyBytes(path, response.body.size());
         sendBody(socket, response.body, response.chunkSize, 0);
     }
 
@@ -143,10 +171,10 @@ KVTestHttpServer::~KVTestHttpServer()
     m_thread.wait();
 }
 
-void KVTestHttpServer::setResponse(const QString &path, const Response &response)
+void KVTestHttpServer::setResponses(const QString &path, const QList<Response> &responses)
 {
     QMutexLocker lock(&m_mutex);
-    m_responses.insert(path, response);
+    m_responses.insert(path, responses);
 }
 
 void KVTestHttpServer::setRedirect(const QString &path, const QUrl &target)
@@ -195,5 +223,20 @@ KVTestHttpServer::Response KVTestHttpServer::takeResponse(const QString &path)
 {
     QMutexLocker lock(&m_mutex);
     ++m_requestCounts[path];
-    return m_responses.value(path, Response{404, "not found", {}, Behaviour::Answer, 0});
+    QList<Response> &responses = m_responses[path];
+    if (responses.isEmpty())
+        return Response{404, "not found", {}, Behaviour::Answer, 0};
+    return responses.size() > 1 ? responses.takeFirst() : responses.first();
+}
+
+void KVTestHttpServer::countBodyBytes(const QString &path, qint64 bytes)
+{
+    QMutexLocker lock(&m_mutex);
+    m_bodyBytesSent[path] += bytes;
+}
+
+qint64 KVTestHttpServer::bodyBytesSent(const QString &path) const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_bodyBytesSent.value(path);
 }

@@ -19,6 +19,7 @@ KVTestSandbox::KVTestSandbox()
     qputenv("XDG_RUNTIME_DIR", runtimeDirectory().toUtf8());
     qputenv("NESTORA_APPLICATIONS_DIR", applicationsDirectory().toUtf8());
     qputenv("NESTORA_DISABLE_SYSLOG", "1");
+    qputenv("NESTORA_RETRY_TIME_SCALE", "0.01"); // a failed transfer is tried again at once
     qputenv("NESTORA_POLICY_FILE", policyFile().toUtf8());
     reset();
 }
