@@ -248,7 +248,8 @@ private Q_SLOTS:
         }
         if (tamper == Tamper::ByteChanged)
             manifest.replace("LatestVersion=1", "LatestVersion=2");
-        server.setFile("/manifest.ini", manifest);
+        server.setResponse("/manifest.ini",
+                           {200, manifest, {{"ETag", "\"1\""}}, KVTestHttpServer::Behaviour::Answer, 0});
 
         QUrl manifestURL = server.url("/manifest.ini");
         std::optional<KVTestHttpServer> secure;
@@ -259,6 +260,7 @@ private Q_SLOTS:
         }
         KVUpdateHelper engine(manifestURL);
         KVError error = fetch(engine);
+        const bool accepted = !error;
 
         // What the manifest offers is downloaded only from a manifest that was accepted.
         const QString destination = KVTestSandbox::current().temporaryDirectory() + QStringLiteral("/cards.json");
@@ -280,6 +282,24 @@ private Q_SLOTS:
                     KVErrorText(error).contains(server.url("/manifest.ini").toString()));
         QCOMPARE(QFileInfo::exists(destination), exitStatus == 0);
         QCOMPARE(server.requestCount("/cards.json"), exitStatus == 0 || tamper == Tamper::WrongSHA256 ? 1 : 0);
+
+        // The next check of an accepted, unchanged manifest costs a 304, and the kept copy passes
+        // the same trust again.
+        if (accepted) {
+            const qint64 sent = server.bodyBytesSent("/manifest.ini");
+            KVUpdateHelper nextCheck(manifestURL);
+            QVERIFY(fetch(nextCheck).isNull());
+            QCOMPARE(server.bodyBytesSent("/manifest.ini"), sent);
+            QCOMPARE(nextCheck.INI()->sections().size(), engine.INI()->sections().size());
+            // A key revoked since makes the kept copy as unacceptable as a fresh one.
+            if (policy.isEmpty() && !signer.isEmpty()) {
+                const QString keyId = KVMinisign::keyIdText(m_keys[signer].publicKey.keyId);
+                QVERIFY(KVTestFiles::writeFile(policyPath, "[Trust]\nRevokedKeyIds=" + keyId.toLatin1() + "\n"));
+                KVUpdateHelper afterRevocation(manifestURL);
+                QCOMPARE(KVErrorClassOf(fetch(afterRevocation)), KVErrorClass::UnverifiedManifest);
+                QCOMPARE(server.bodyBytesSent("/manifest.ini"), sent);
+            }
+        }
     }
 
     void fetchesOnceAndReuses()

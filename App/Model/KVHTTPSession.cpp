@@ -30,6 +30,21 @@ QString userAgent()
 
 } // namespace
 
+KVHTTPValidators KVHTTPValidators::of(const QNetworkReply &reply)
+{
+    return {reply.rawHeader("ETag").trimmed(), reply.rawHeader("Last-Modified").trimmed()};
+}
+
+QList<std::pair<QByteArray, QByteArray>> KVHTTPValidators::conditionalHeaders() const
+{
+    QList<std::pair<QByteArray, QByteArray>> headers;
+    if (!etag.isEmpty())
+        headers.append({"If-None-Match", etag});
+    if (!lastModified.isEmpty())
+        headers.append({"If-Modified-Since", lastModified});
+    return headers;
+}
+
 KVHTTPSession::KVHTTPSession()
 {
     m_manager.setProxyFactory(new SystemProxyFactory);

@@ -5,6 +5,18 @@
 
 class QNetworkReply;
 
+// What a server said identifies the version of what it sent: its ETag and Last-Modified.
+struct KVHTTPValidators
+{
+    QByteArray etag;
+    QByteArray lastModified;
+
+    static KVHTTPValidators of(const QNetworkReply &reply);
+    bool isEmpty() const { return etag.isEmpty() && lastModified.isEmpty(); }
+    // If-None-Match and If-Modified-Since, for a request that wants the body only if it changed.
+    QList<std::pair<QByteArray, QByteArray>> conditionalHeaders() const;
+};
+
 // The one place where the installer's HTTP requests are made, so that the manifest fetch and the
 // downloads behave alike: the system's proxy settings apply (on Linux http_proxy, https_proxy and
 // no_proxy), a redirect is followed unless it leads to a less safe scheme, no cache is read or

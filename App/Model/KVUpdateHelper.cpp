@@ -2,6 +2,7 @@
 
 #include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVLeftovers.h"
+#include "App/Model/KVManifestCache.h"
 #include "App/Model/KVManifestTrust.h"
 #include "App/Model/KVNetworkError.h"
 #include "Core/Extensions/KVCancellation.h"
@@ -59,9 +60,18 @@ KVResult<QByteArray> fetchSignatureOf(const QUrl &manifestURL)
     return error;
 }
 
+// A manifest that has passed the installer's trust, and the signature it passed with.
+struct TrustedManifest
+{
+    std::shared_ptr<KVINI> document;
+    QByteArray signature;
+};
+
 // The manifest parsed, once it has passed the installer's trust; without trusted keys (a
-// developer build) it is used unchecked, which the log says once per run.
-KVResult<std::shared_ptr<KVINI>> trustedManifest(const QUrl &url, const QByteArray &data)
+// developer build) it is used unchecked, which the log says once per run. A signature known
+// already (kept with the manifest) is checked instead of the published one.
+KVResult<TrustedManifest> trustedManifest(const QUrl &url, const QByteArray &data,
+                                          const std::optional<QByteArray> &knownSignature)
 {
     const KVManifestTrust trust = KVManifestTrust::current();
     if (!trust.isSignatureRequired()) {
@@ -70,20 +80,22 @@ KVResult<std::shared_ptr<KVINI>> trustedManifest(const QUrl &url, const QByteArr
             KVLogWarning("%@: no key is trusted to sign updates: the manifest is used without checking a signature",
                          KVUpdateHelper::kClassName);
         });
-        return parseManifest(data);
+        return TrustedManifest{parseManifest(data), {}};
     }
-    const KVResult<QByteArray> signature = fetchSignatureOf(url);
+    const KVResult<QByteArray> signature = knownSignature ? *knownSignature : fetchSignatureOf(url);
     if (!signature)
         return signature.error();
     if (const KVResult<void> verified = trust.verify(data, *signature); !verified)
         return verified.error();
-    std::shared_ptr<KVINI> manifest = parseManifest(data);
-    if (manifest->sections().isEmpty())
+    TrustedManifest manifest{parseManifest(data), *signature};
+    if (manifest.document->sections().isEmpty())
         return manifest; // signed, but empty: reported as any empty manifest is
-    if (const KVResult<void> accepted = trust.accept(*manifest); !accepted)
+    if (const KVResult<void> accepted = trust.accept(*manifest.document); !accepted)
         return accepted.error();
     return manifest;
 }
+
+constexpr int kNotModified = 304;
 
 // A URL made from text the way the platform makes one: nothing for empty or malformed text.
 QUrl urlFromString(const QString &text)
@@ -209,16 +221,32 @@ bool KVUpdateHelper::downloadUpdateINI(bool force, KVError *error)
     } else if (m_INI && !m_INI->sections().isEmpty() && !force) {
         // Within one run the manifest is fetched once and then reused.
     } else {
-        const QByteArray data = downloadURL(m_updateURL, &fetchError);
+        // Asked for only if it changed since the copy kept from the last check.
+        const std::optional<KVManifestCache::Copy> kept = KVManifestCache::load(m_updateURL);
+        KVHTTPValidators validators;
+        QByteArray data =
+            downloadURL(m_updateURL, &fetchError,
+                        kept ? kept->validators.conditionalHeaders() : KVHTTPSession::RawHeaders(), &validators);
+        std::optional<QByteArray> knownSignature;
+        if (kept && fetchError.userInfo().value(KVHTTPStatusKey).toInt() == kNotModified) {
+            KVLogInfo("%@: the manifest at %@ is unchanged; the copy kept from the last check is used", kClassName,
+                      m_updateURL);
+            data = kept->manifest;
+            knownSignature = kept->signature;
+            validators = kept->validators;
+            fetchError = {};
+        }
         if (!data.isNull() && !fetchError) {
             // A manifest that fails the installer's trust is never used; the earlier one stays.
-            KVResult<std::shared_ptr<KVINI>> manifest = trustedManifest(m_updateURL, data);
+            KVResult<TrustedManifest> manifest = trustedManifest(m_updateURL, data, knownSignature);
             if (manifest) {
-                m_INI = std::move(*manifest);
-                if (m_INI->sections().isEmpty())
+                m_INI = std::move(manifest->document);
+                if (m_INI->sections().isEmpty()) {
                     fetchError = KVError(KVUpdateHelperErrorDomain, KVUpdateHelperErrorManifestUnavailable);
-                else
+                } else {
                     pruneDownloads();
+                    KVManifestCache::store(m_updateURL, {data, manifest->signature, validators});
+                }
             } else {
                 fetchError = manifest.error();
                 KVLogError("%@: the manifest at %@ is not used: %@", kClassName, m_updateURL, fetchError);
@@ -240,13 +268,14 @@ void KVUpdateHelper::pruneDownloads() const
     KVLeftovers::pruneDownloads(downloadFolder(), named);
 }
 
-QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
+QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error, const KVHTTPSession::RawHeaders &headers,
+                                       KVHTTPValidators *validators)
 {
     KVLogVerbose("%@ will download url %@", kClassName, url);
 
     // The calling thread blocks here; a private session and event loop serve this one request.
     KVHTTPSession session;
-    QNetworkReply *reply = session.get(url);
+    QNetworkReply *reply = session.get(url, headers);
     // Read as it arrives and only up to the ceiling: a body without end must not fill the memory.
     reply->setReadBufferSize(kManifestReadBufferSize);
     QByteArray received("");
@@ -284,6 +313,8 @@ QByteArray KVUpdateHelper::downloadURL(const QUrl &url, KVError *error)
     }
     if (error)
         *error = outcome;
+    if (validators)
+        *validators = KVHTTPValidators::of(*reply);
     reply->deleteLater();
     return body;
 }

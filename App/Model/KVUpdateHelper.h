@@ -1,6 +1,7 @@
 #pragma once
 
 #include "App/Model/KVArchiveCheck.h"
+#include "App/Model/KVHTTPSession.h"
 #include "App/Model/KVINI.h"
 #include "App/Model/KVUpdateEngine.h"
 #include "App/Model/KVUpdateTypes.h"
@@ -62,8 +63,11 @@ public:
     // Fetches the manifest unless one with sections is held (or force). Always returns true:
     // the outcome is in *error, which the caller must supply. Queue only.
     bool downloadUpdateINI(bool force, KVError *error);
-    // A synchronous GET without cache; the body of a 200 answer, else null with *error set.
-    static QByteArray downloadURL(const QUrl &url, KVError *error);
+    // A synchronous GET without cache, with the given headers besides the session's own; the body
+    // of a 200 answer, else null with *error set (any other status in KVHTTPStatusKey). Where
+    // asked, *validators receives the answer's ETag and Last-Modified.
+    static QByteArray downloadURL(const QUrl &url, KVError *error, const KVHTTPSession::RawHeaders &headers = {},
+                                  KVHTTPValidators *validators = nullptr);
     // How long a transfer may go without data before it fails (60 s; tests shorten it).
     static std::chrono::milliseconds networkTimeout();
     static void setNetworkTimeout(std::chrono::milliseconds timeout);

@@ -62,19 +62,26 @@ private:
                     headers.insert(line.left(line.indexOf(':')).trimmed().toLower(),
                                    line.mid(line.indexOf(':') + 1).trimmed());
                 const QString path = QString::fromUtf8(lines.value(0).split(' ').value(1));
-                answer(socket, path, ranged(m_owner.takeResponse(path), headers));
+                answer(socket, path, conditional(m_owner.takeResponse(path), headers));
             });
         }
     }
 
-    // The rest of the body for a "Range: bytes=<first>-" that its If-Range, if any, allows.
-    static KVTestHttpServer::Response ranged(KVTestHttpServer::Response response,
-                                             const QHash<QByteArray, QByteArray> &request)
+    // A 304 for an If-None-Match of the response's ETag; the rest of the body for a
+    // "Range: bytes=<first>-" that its If-Range, if any, allows.
+    static KVTestHttpServer::Response conditional(KVTestHttpServer::Response response,
+                                                  const QHash<QByteArray, QByteArray> &request)
     {
         const QByteArray range = request.value("range");
         const qint64 first = range.mid(6, range.indexOf('-') - 6).toLongLong();
         const auto etag = std::find_if(response.headers.cbegin(), response.headers.cend(),
                                        [](const auto &header) { return header.first.toLower() == "etag"; });
+        if (etag != response.headers.cend() && response.status == 200 &&
+            etag->second == request.value("if-none-match")) {
+            response.status = 304;
+            response.body.clear();
+            return response;
+        }
         const bool unchanged = !request.contains("if-range") ||
                                (etag != response.headers.cend() && etag->second == request.value("if-range"));
         if (response.behaviour == KVTestHttpServer::Behaviour::WholeBody || response.status != 200 ||

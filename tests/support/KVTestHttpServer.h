@@ -15,9 +15,9 @@ class KVTestHttpServerWorker;
 // A small HTTP/1.1 server on 127.0.0.1 for tests. It runs on a thread of its own, so it keeps
 // answering while the test's main thread is blocked waiting for the engine. Each path answers
 // with a canned response or misbehaves on purpose; a Range request gets the rest of the body (206)
-// while its If-Range, if any, is the response's ETag. Requests and the body bytes sent are counted
-// per path. It stops,
-// closing every connection, when destroyed. Thread: any, for every public function.
+// while its If-Range, if any, is the response's ETag, and an If-None-Match of that ETag gets a 304. Requests and the
+// body bytes sent are counted per path. It stops, closing every connection, when destroyed. Thread: any, for every
+// public function.
 class KVTestHttpServer
 {
 public:
