@@ -38,6 +38,10 @@ KVCommandLine KVCommandLine::parse(const QStringList &arguments)
             commandLine.m_headless = true;
         else if (argument == kAcceptLicenseOption)
             licenseAccepted = true;
+        else if (argument == kProxyUserOption && i + 1 < arguments.size())
+            commandLine.m_proxyUser = arguments.at(++i);
+        else if (argument == kProxyUserOption && commandLine.m_usageError.isEmpty())
+            commandLine.m_usageError = QStringLiteral("%1 needs a user name").arg(kProxyUserOption);
         else if (argument == kWindowOriginOption)
             i += kWindowOriginValueCount; // the relaunch after a self-update passes the window's place
         else if (commandLine.m_usageError.isEmpty())
@@ -86,6 +90,9 @@ QString KVCommandLine::usageText()
                           "  --headless        run without a window and show progress on the terminal\n"
                           "  --accept-license  accept the end-user licence agreement (required with --headless):\n"
                           "                    https://%2/legal-privacy/end-user-license-agreement/\n"
+                          "  --proxy-user USER give a proxy that asks for credentials this user name (with\n"
+                          "                    --headless); the password comes from NESTORA_PROXY_PASSWORD,\n"
+                          "                    else it is asked for on the terminal\n"
                           "  --help            show this text\n"
                           "  --version         show the installer's version\n"
                           "\n"

@@ -17,6 +17,7 @@ public:
 
     static inline const QString kHeadlessOption = QStringLiteral("--headless");
     static inline const QString kAcceptLicenseOption = QStringLiteral("--accept-license");
+    static inline const QString kProxyUserOption = QStringLiteral("--proxy-user");
 
     // The arguments as the process received them, program name first.
     static KVCommandLine parse(int argc, char **argv);
@@ -24,6 +25,8 @@ public:
 
     Request request() const { return m_request; }
     bool isHeadless() const { return m_headless; }
+    // The user name to give a proxy that asks for one; empty when none was given.
+    QString proxyUser() const { return m_proxyUser; }
 
     // Prints the answer to a request other than Run on stdout or stderr and returns the exit
     // status.
@@ -34,5 +37,6 @@ private:
 
     Request m_request = Request::Run;
     bool m_headless = false;
+    QString m_proxyUser;
     QString m_usageError;
 };

@@ -2,12 +2,14 @@
 
 #include "App/Model/KVErrorClass.h"
 #include "App/Model/KVNetworkHelper.h"
+#include "App/Model/KVProxyAuthentication.h"
 #include "App/Model/KVUpdateHelper.h"
 #include "Core/Extensions/KVNotificationCenter.h"
 #include "Core/Logging/KVLog.h"
 #include "Installer/KVCommandLine.h"
 #include "Installer/KVInstallerStartup.h"
 #include "Platform/KVBundle.h"
+#include "Platform/KVTerminalPassword.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -20,6 +22,21 @@ namespace {
 const QString kClassName = QStringLiteral("KVHeadlessDriver");
 constexpr int kBarWidth = 30;
 constexpr int kPlainLineStep = 10; // percent between two plain progress lines
+
+// A proxy that asks is given the user named on the command line, with the password from
+// NESTORA_PROXY_PASSWORD or typed on the terminal, for the rest of the run.
+KVProxyAuthentication::Asker proxyCredentialsOf(const QString &user)
+{
+    return [user](const QString &proxyName) -> std::optional<KVProxyAuthentication::Answer> {
+        if (qEnvironmentVariableIsSet("NESTORA_PROXY_PASSWORD"))
+            return KVProxyAuthentication::Answer{{user, qEnvironmentVariable("NESTORA_PROXY_PASSWORD")}, true};
+        const std::optional<QByteArray> typed =
+            KVTerminalPassword::read(QStringLiteral("Password of %1 for the proxy %2: ").arg(user, proxyName));
+        if (!typed)
+            return std::nullopt;
+        return KVProxyAuthentication::Answer{{user, QString::fromLocal8Bit(*typed)}, true};
+    };
+}
 } // namespace
 
 // ---- KVTerminalProgressBar ------------------------------------------------------------------
@@ -83,7 +100,11 @@ int KVHeadlessDriver::exec(const QStringList &arguments)
         !errors.open(stderr, QIODevice::WriteOnly | QIODevice::Unbuffered))
         return KVErrorExitStatus(KVErrorClass::Failed);
     KVInstallerStartup::beginLaunching(kClassName, arguments);
+    const QString proxyUser = KVCommandLine::parse(arguments).proxyUser();
+    if (!proxyUser.isEmpty())
+        KVProxyAuthentication::setAsker(proxyCredentialsOf(proxyUser));
     KVHeadlessDriver driver(KVUpdateHelper::sharedInstance(), &output, &errors, ::isatty(STDOUT_FILENO) == 1);
+    driver.m_proxyUser = proxyUser;
     QObject::connect(&driver, &KVHeadlessDriver::finished, QCoreApplication::instance(), &QCoreApplication::exit);
     driver.start();
     const int status = QCoreApplication::exec();
@@ -118,6 +139,8 @@ void KVHeadlessDriver::start()
     };
     host.launchDidFail = [this](const KVError &error) { fail(error, QStringLiteral("launch")); };
     host.relaunchArguments = {KVCommandLine::kHeadlessOption, KVCommandLine::kAcceptLicenseOption};
+    if (!m_proxyUser.isEmpty())
+        host.relaunchArguments << KVCommandLine::kProxyUserOption << m_proxyUser;
     KVInstallerStartup::finishLaunching(std::move(host));
 
     say(QStringLiteral("Nestora installer %1: checking for updates at %2")

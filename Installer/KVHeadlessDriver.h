@@ -96,6 +96,7 @@ private:
     QTextStream m_errors;
     KVLaunchSequence m_sequence;
     QString m_handOverText;
+    QString m_proxyUser; // passed on to the relaunched installer
     QTimer m_networkDeadline;
     bool m_finished = false;
 };

@@ -2,6 +2,7 @@
 // a real nginx serving a published manifest and real archives, then hands over to the sample
 // companion application.
 
+#include "App/Model/KVErrorClass.h"
 #include "Installer/KVHeadlessDriver.h"
 #include "KVTestCompanion.h"
 #include "KVTestFiles.h"
@@ -10,6 +11,7 @@
 #include "KVTestMount.h"
 #include "KVTestSandbox.h"
 #include "KVTestUpdateServer.h"
+#include "KVTinyproxy.h"
 
 #include <QDirIterator>
 #include <QProcess>
@@ -93,6 +95,8 @@ private Q_SLOTS:
 
     void runDeploysWhatIsDue_data();
     void runDeploysWhatIsDue();
+    void runThroughProxy_data();
+    void runThroughProxy();
     void commandLineAnsweredWithoutWindow_data();
     void commandLineAnsweredWithoutWindow();
     void killedRunLeavesOldOrNewAndNothingBehind_data();
@@ -225,6 +229,83 @@ void EndToEndInstallTest::runDeploysWhatIsDue()
     QVERIFY2(arguments.value(4).toDouble() > 1.6e9 &&
                  arguments.value(6, arguments.value(4)).toDouble() >= arguments.value(4).toDouble(),
              qPrintable(arguments.join(' ')));
+}
+
+void EndToEndInstallTest::runThroughProxy_data()
+{
+    QTest::addColumn<QString>("setting");     // where the proxy is named: a variable, or "policy"
+    QTest::addColumn<QString>("credentials"); // in the proxy's address, "user:password"
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("passwordVariable"); // NESTORA_PROXY_PASSWORD, unset when null
+    QTest::addColumn<QByteArray>("noProxy");
+    QTest::addColumn<int>("status");
+
+    const int refused = KVErrorExitStatus(KVErrorClass::ProxyRefused);
+    const QStringList none;
+    const QStringList proxyUser{"--proxy-user", "alice"};
+    QTest::newRow("no credentials") << "http_proxy"
+                                    << "" << none << QByteArray() << QByteArray() << refused;
+    QTest::newRow("credentials in the address") << "HTTP_PROXY"
+                                                << "alice:s3cret" << none << QByteArray() << QByteArray() << 0;
+    QTest::newRow("wrong credentials in the address")
+        << "all_proxy"
+        << "alice:wrong" << none << QByteArray() << QByteArray() << refused;
+    QTest::newRow("no_proxy bypass") << "http_proxy"
+                                     << "" << none << QByteArray() << QByteArray("localhost, 127.0.0.1") << 0;
+    QTest::newRow("--proxy-user") << "http_proxy"
+                                  << "" << proxyUser << QByteArray("s3cret") << QByteArray() << 0;
+    QTest::newRow("--proxy-user, wrong password") << "http_proxy"
+                                                  << "" << proxyUser << QByteArray("wrong") << QByteArray() << refused;
+    QTest::newRow("policy before the environment") << "policy"
+                                                   << "alice:s3cret" << none << QByteArray() << QByteArray() << 0;
+}
+
+// A first installation through a real proxy that asks for a user name and password.
+void EndToEndInstallTest::runThroughProxy()
+{
+    QFETCH(QString, setting);
+    QFETCH(QString, credentials);
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, passwordVariable);
+    QFETCH(QByteArray, noProxy);
+    QFETCH(int, status);
+
+    QVERIFY(m_server->addNestoraRelease());
+    QString failure;
+    QVERIFY2(m_server->start(&failure), qPrintable(failure));
+    KVTinyproxy proxy(QStringLiteral("alice"), QStringLiteral("s3cret"));
+    QVERIFY2(proxy.start(&failure), qPrintable(failure));
+    const QUrl address = proxy.address(credentials.section(':', 0, 0), credentials.section(':', 1));
+    const QStringList variables{setting, "http_proxy", "NESTORA_PROXY_PASSWORD", "no_proxy"};
+    auto restore = qScopeGuard([&] {
+        for (const QString &name : variables)
+            qunsetenv(qPrintable(name));
+    });
+    if (setting == QLatin1String("policy")) {
+        // The policy wins over a proxy that is not there.
+        qputenv("http_proxy", "http://127.0.0.1:1");
+        QVERIFY(KVTestFiles::writeFile(KVTestSandbox::current().policyFile(),
+                                       "[Network]\nProxy = " + address.toEncoded() + "\n"));
+    } else {
+        qputenv(qPrintable(setting), address.toEncoded());
+    }
+    if (!passwordVariable.isNull())
+        qputenv("NESTORA_PROXY_PASSWORD", passwordVariable);
+    qputenv("no_proxy", noProxy);
+
+    const KVTestInstaller::Outcome outcome = m_installer.run(arguments);
+    QVERIFY(outcome.finished);
+    QVERIFY2(outcome.exitStatus == status, qPrintable(outcome.errors));
+    QCOMPARE(proxy.passedConnections() == 0, status != 0 || !noProxy.isEmpty());
+    if (status == 0) {
+        QCOMPARE(deliverables(), releasedDeliverables());
+    } else {
+        QVERIFY2(outcome.errors.contains("proxy server 127.0.0.1:" + QString::number(proxy.port())),
+                 qPrintable(outcome.errors));
+        QVERIFY(!QFileInfo::exists(applicationPath()));
+    }
+    QCOMPARE(leftovers(), QStringList());
+    QVERIFY(!KVTestInstaller::log().contains("s3cret"));
 }
 
 void EndToEndInstallTest::commandLineAnsweredWithoutWindow_data()

@@ -9,7 +9,7 @@ packages=(
   libgl-dev libxkbcommon-dev
   libspdlog-dev libfmt-dev libplist-dev zlib1g-dev libsodium-dev minisign
   gcovr clang-format clang-tidy
-  unzip zip python3 nginx-light xvfb xauth pkexec procps ccache curl time openssl iproute2
+  unzip zip python3 nginx-light tinyproxy xvfb xauth pkexec procps ccache curl time openssl iproute2
   fonts-inter fontconfig
   xdotool x11-utils imagemagick
   at-spi2-core python3-pyatspi gir1.2-atspi-2.0 dbus-x11

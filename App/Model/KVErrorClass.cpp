@@ -39,6 +39,7 @@ constexpr ErrorClassRow kErrorClasses[] = {
     {KVErrorClass::InvalidArchive, "IDS_ERROR_INVALID_ARCHIVE", 17},
     {KVErrorClass::UnverifiedManifest, "IDS_ERROR_UNVERIFIED_MANIFEST", 18},
     {KVErrorClass::InsecureRedirect, "IDS_ERROR_INSECURE_REDIRECT", 19},
+    {KVErrorClass::ProxyRefused, "IDS_ERROR_PROXY_REFUSED", 20},
 };
 
 const ErrorClassRow &rowOf(KVErrorClass errorClass)
@@ -108,6 +109,8 @@ KVErrorClass classOfURLError(const KVError &error)
         return KVErrorClass::ServerError;
     case KVURLErrorInsecureRedirect:
         return KVErrorClass::InsecureRedirect;
+    case KVURLErrorUserAuthenticationRequired:
+        return KVErrorClass::ProxyRefused;
     default:
         return KVErrorClass::ServerUnreachable;
     }

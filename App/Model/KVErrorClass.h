@@ -25,6 +25,7 @@ enum class KVErrorClass {
     InvalidArchive,      // a verified archive of the wrong shape, unsafe to unpack or deploy
     UnverifiedManifest,  // the manifest's signature, serial or expiry is not good: it is not used
     InsecureRedirect,    // an HTTPS address sent the installer on to plain HTTP, which it does not follow
+    ProxyRefused,        // the proxy wants a user name and password: none was given, or it refused them
 };
 
 // The kind of the error, judged by its underlying cause where it carries one.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "App/Model/KVProxyAuthentication.h"
+
 #include <QNetworkAccessManager>
 #include <QUrl>
 
@@ -18,12 +20,14 @@ struct KVHTTPValidators
 };
 
 // The one place where the installer's HTTP requests are made, so that the manifest fetch and the
-// downloads behave alike: the system's proxy settings apply (on Linux http_proxy, https_proxy and
-// no_proxy), a redirect is followed unless it leads to a less safe scheme, no cache is read or
-// written, a transfer that receives nothing for KVUpdateHelper::networkTimeout() fails, and the
-// installer names itself, its version and the system as the user agent.
+// downloads behave alike: they go through the proxy the policy's "[Network] Proxy=" names (an
+// address, or "direct" for none), else through the system's (KVSystemProxy), answering a proxy
+// that asks for credentials through KVProxyAuthentication; a redirect is followed unless it leads
+// to a less safe scheme, no cache is read or written, a transfer that receives nothing for
+// KVUpdateHelper::networkTimeout() fails, and the installer names itself, its version and the
+// system as the user agent.
 //
-// Thread: the one it was created on, whose event loop serves its replies.
+// Thread: the one it was created on, whose event loop serves its replies. One request at a time.
 class KVHTTPSession
 {
 public:
@@ -36,6 +40,14 @@ public:
     // encoded, as sent.
     [[nodiscard]] QNetworkReply *get(const QUrl &url, const RawHeaders &headers = {});
 
+    // The proxy (host:port) that refused the finished reply for want of acceptable credentials;
+    // empty when no proxy refused it.
+    static QString refusingProxy(const QNetworkReply &reply);
+
 private:
+    void replyDidFinish(QNetworkReply *reply);
+
     QNetworkAccessManager m_manager;
+    KVProxyAuthentication m_proxyAuthentication;
+    QString m_proxyName; // of the latest request, without user info
 };

@@ -1,5 +1,7 @@
 #include "App/Model/KVNetworkError.h"
 
+#include "App/Model/KVHTTPSession.h"
+
 #include <QNetworkReply>
 
 namespace {
@@ -16,6 +18,8 @@ KVError insecureRedirectErrorOf(const QNetworkReply &reply)
 
 KVError KVTransportErrorOfReply(const QNetworkReply &reply)
 {
+    if (const QString proxy = KVHTTPSession::refusingProxy(reply); !proxy.isEmpty())
+        return KVError(KVURLErrorDomain, KVURLErrorUserAuthenticationRequired, {{KVLocalizedDescriptionKey, proxy}});
     qint64 code = 0;
     switch (reply.error()) {
     case QNetworkReply::NoError:

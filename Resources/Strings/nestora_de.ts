@@ -124,6 +124,10 @@
         <translation>Der Update-Server hat auf die unverschlüsselte Adresse {url} umgeleitet; zu deiner Sicherheit wurde der Umleitung nicht gefolgt. Es wurde nichts installiert.</translation>
     </message>
     <message>
+        <source>IDS_ERROR_PROXY_REFUSED</source>
+        <translation>Der Proxy-Server {cause} verlangt einen Benutzernamen und ein Passwort, aber es wurde keines angegeben oder das angegebene wurde abgelehnt. Bitte prüfe Benutzernamen und Passwort für den Proxy und versuche es erneut.</translation>
+    </message>
+    <message>
         <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
         <translation>Ein Download ist beschädigt angekommen: Er wurde abgebrochen oder passt nicht zu seiner Prüfsumme. Bitte versuche es erneut.</translation>
     </message>

@@ -124,6 +124,10 @@
         <translation>The update server redirected to the unencrypted address {url}; for your safety, the redirect was not followed. Nothing was installed.</translation>
     </message>
     <message>
+        <source>IDS_ERROR_PROXY_REFUSED</source>
+        <translation>The proxy server {cause} asks for a user name and password, and none was given or the one given was refused. Please check your proxy user name and password and try again.</translation>
+    </message>
+    <message>
         <source>IDS_ERROR_DAMAGED_DOWNLOAD</source>
         <translation>A download arrived damaged: it was cut short or does not match its checksum. Please try again.</translation>
     </message>

@@ -1,13 +1,7 @@
 #include "KVNginxServer.h"
 
-#include "KVTestSandbox.h"
-
-#include <QDeadlineTimer>
 #include <QDir>
-#include <QFile>
 #include <QRegularExpression>
-#include <QTcpServer>
-#include <QTcpSocket>
 
 namespace {
 
@@ -20,21 +14,12 @@ QString quoted(QString text)
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
-quint16 freeLoopbackPort()
-{
-    QTcpServer probe;
-    return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
-}
-
 } // namespace
 
 KVNginxServer::KVNginxServer(QString documentRoot)
-    : m_documentRoot(QDir(documentRoot).absolutePath())
-    // In the sandbox's root rather than its temporary folder, which tests empty between cases.
-    , m_state(KVTestSandbox::current().root() + QStringLiteral("/nginx-XXXXXX"))
-{
-    m_process.setProcessChannelMode(QProcess::MergedChannels);
-}
+    : KVTestServerProcess(QStringLiteral("nginx"))
+    , m_documentRoot(QDir(documentRoot).absolutePath())
+{}
 
 KVNginxServer::~KVNginxServer()
 {
@@ -56,13 +41,24 @@ void KVNginxServer::limitRate(const QString &path, const QString &rate)
 
 QUrl KVNginxServer::url(const QString &path) const
 {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path));
+    return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(port()).arg(path));
+}
+
+QString KVNginxServer::program() const
+{
+    return nginxProgram;
+}
+
+QStringList KVNginxServer::arguments(const QString &configurationFile) const
+{
+    // -p and -e keep nginx away from its compiled-in prefix and log under /var.
+    return {QStringLiteral("-p"), statePath(QStringLiteral(".")), QStringLiteral("-c"),
+            configurationFile,    QStringLiteral("-e"),           statePath(QStringLiteral("error.log"))};
 }
 
 QString KVNginxServer::errorLog() const
 {
-    QFile log(m_state.filePath(QStringLiteral("error.log")));
-    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+    return readState(QStringLiteral("error.log"));
 }
 
 QStringList KVNginxServer::requestedPaths() const
@@ -78,8 +74,7 @@ QStringList KVNginxServer::requests() const
     // The log format below: "GET /path HTTP/1.1" status "range"
     static const QRegularExpression request(QStringLiteral("\"[A-Z]+ (\\S+) HTTP/[0-9.]+\" ([0-9]+) \"([^\"]*)\""));
     QStringList requests;
-    QFile log(m_state.filePath(QStringLiteral("access.log")));
-    const QString text = log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+    const QString text = readState(QStringLiteral("access.log"));
     for (QRegularExpressionMatchIterator match = request.globalMatch(text); match.hasNext();) {
         const QRegularExpressionMatch line = match.next();
         requests << QStringList{line.captured(1), line.captured(2), line.captured(3)}.join(QLatin1Char(' '));
@@ -89,7 +84,7 @@ QStringList KVNginxServer::requests() const
 
 QString KVNginxServer::configuration() const
 {
-    const auto statePath = [this](const QString &name) { return quoted(m_state.filePath(name)); };
+    const auto quotedPath = [this](const QString &name) { return quoted(statePath(name)); };
     QString locations;
     for (const Rule &rule : m_rules)
         locations += QStringLiteral("        location = %1 { %2 }\n").arg(quoted(rule.path), rule.directive);
@@ -118,73 +113,9 @@ http {
 %11    }
 }
 )")
-        .arg(statePath(QStringLiteral("nginx.pid")), statePath(QStringLiteral("error.log")),
-             statePath(QStringLiteral("access.log")), statePath(QStringLiteral("client_body")),
-             statePath(QStringLiteral("proxy")), statePath(QStringLiteral("fastcgi")),
-             statePath(QStringLiteral("uwsgi")), statePath(QStringLiteral("scgi")), QString::number(m_port))
+        .arg(quotedPath(QStringLiteral("nginx.pid")), quotedPath(QStringLiteral("error.log")),
+             quotedPath(QStringLiteral("access.log")), quotedPath(QStringLiteral("client_body")),
+             quotedPath(QStringLiteral("proxy")), quotedPath(QStringLiteral("fastcgi")),
+             quotedPath(QStringLiteral("uwsgi")), quotedPath(QStringLiteral("scgi")), QString::number(port()))
         .arg(quoted(m_documentRoot), locations);
-}
-
-bool KVNginxServer::start(QString *errorMessage)
-{
-    Q_ASSERT(!isRunning());
-    if (!m_state.isValid()) {
-        *errorMessage = QStringLiteral("cannot create nginx's state folder: ") + m_state.errorString();
-        return false;
-    }
-    // The free port is only known to be free until nginx binds it; another process may win the
-    // race, so try a few ports before giving up.
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        if (startOnce(errorMessage))
-            return true;
-        if (!errorMessage->contains(QLatin1String("Address already in use")))
-            return false;
-    }
-    return false;
-}
-
-bool KVNginxServer::startOnce(QString *errorMessage)
-{
-    m_port = freeLoopbackPort();
-    QFile config(m_state.filePath(QStringLiteral("nginx.conf")));
-    if (m_port == 0 || !config.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-        config.write(configuration().toUtf8()) < 0 || !config.flush()) {
-        *errorMessage = QStringLiteral("cannot configure nginx: no free port or ") + config.errorString();
-        return false;
-    }
-    config.close();
-
-    // -p and -e keep nginx away from its compiled-in prefix and log under /var.
-    m_process.start(nginxProgram, {QStringLiteral("-p"), m_state.path(), QStringLiteral("-c"), config.fileName(),
-                                   QStringLiteral("-e"), m_state.filePath(QStringLiteral("error.log"))});
-    if (!m_process.waitForStarted(10000)) {
-        *errorMessage = QStringLiteral("cannot run %1: %2").arg(nginxProgram, m_process.errorString());
-        return false;
-    }
-    const QDeadlineTimer deadline(15000);
-    while (!deadline.hasExpired()) {
-        QTcpSocket probe;
-        probe.connectToHost(QHostAddress::LocalHost, m_port);
-        const bool connected = probe.waitForConnected(200);
-        // A failed bind makes nginx exit: a connection counts only while it is still alive.
-        m_process.waitForFinished(connected ? 50 : 20);
-        if (!isRunning())
-            break;
-        if (connected)
-            return true;
-    }
-    stop();
-    *errorMessage = QStringLiteral("nginx did not start: %1%2").arg(QString::fromUtf8(m_process.readAll()), errorLog());
-    return false;
-}
-
-void KVNginxServer::stop()
-{
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.terminate();
-    if (!m_process.waitForFinished(10000)) {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
 }

@@ -1,35 +1,29 @@
 #pragma once
 
+#include "KVTestServerProcess.h"
+
 #include <QList>
-#include <QProcess>
 #include <QString>
-#include <QTemporaryDir>
 #include <QUrl>
 
 // A real nginx (/usr/sbin/nginx) serving a folder on 127.0.0.1, for tests that need a genuine web
-// server between the engine and its files. It runs as the current user in the foreground as a
-// child process, with its configuration, pid file, logs and temporary folders in a folder of the
-// test sandbox, and stops when destroyed.
+// server between the engine and its files. It runs as the current user, with its pid file, logs
+// and temporary folders in its state folder (KVTestServerProcess).
 //
 // Paths that must misbehave are passed through nginx to a KVTestHttpServer that misbehaves as
 // told, so the client still talks to nginx.
 // Thread: the test's main thread.
-class KVNginxServer
+class KVNginxServer : public KVTestServerProcess
 {
 public:
     explicit KVNginxServer(QString documentRoot);
-    ~KVNginxServer();
-    KVNginxServer(const KVNginxServer &) = delete;
-    KVNginxServer &operator=(const KVNginxServer &) = delete;
+    ~KVNginxServer() override;
 
     // The rules below take effect at start().
     // Requests for exactly this path are passed, path unchanged, to the server at upstream.
     void proxy(const QString &path, const QUrl &upstream);
     // The file at exactly this path is served at the rate given in nginx's terms ("64k").
     void limitRate(const QString &path, const QString &rate);
-    // Starts nginx on a free port and returns once it accepts connections, or false with the reason.
-    [[nodiscard]] bool start(QString *errorMessage);
-
     QUrl url(const QString &path) const;
     // The paths requested so far, in order.
     QStringList requestedPaths() const;
@@ -43,16 +37,11 @@ private:
         QString directive; // what the location does
     };
 
-    QString configuration() const;
-    bool isRunning() const { return m_process.state() == QProcess::Running; }
-    // The error log so far, to explain a failure.
-    QString errorLog() const;
-    bool startOnce(QString *errorMessage);
-    void stop();
+    QString program() const override;
+    QString configuration() const override;
+    QStringList arguments(const QString &configurationFile) const override;
+    QString errorLog() const override;
 
     QString m_documentRoot;
-    QTemporaryDir m_state;
     QList<Rule> m_rules;
-    QProcess m_process;
-    quint16 m_port = 0;
 };

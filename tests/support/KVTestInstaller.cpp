@@ -46,7 +46,7 @@ QString KVTestInstaller::version() const
     return bundle ? bundle->bundleVersion() : QString();
 }
 
-KVTestInstaller::Outcome KVTestInstaller::run() const
+KVTestInstaller::Outcome KVTestInstaller::run(const QStringList &arguments) const
 {
-    return KVTestProcess::run(QStringList{executablePath()} + headlessArguments);
+    return KVTestProcess::run(QStringList{executablePath()} + headlessArguments + arguments);
 }

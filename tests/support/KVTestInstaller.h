@@ -30,8 +30,8 @@ public:
     static QString log();
 
     // Runs the copy headless and waits for it, turning the test's event loop meanwhile, so that
-    // servers of the test keep answering.
-    Outcome run() const;
+    // servers of the test keep answering. The arguments come after the headless ones.
+    Outcome run(const QStringList &arguments = {}) const;
 
 private:
     QString m_bundlePath;

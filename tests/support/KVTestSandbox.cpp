@@ -21,6 +21,11 @@ KVTestSandbox::KVTestSandbox()
     qputenv("NESTORA_DISABLE_SYSLOG", "1");
     qputenv("NESTORA_RETRY_TIME_SCALE", "0.01"); // a failed transfer is tried again at once
     qputenv("NESTORA_POLICY_FILE", policyFile().toUtf8());
+    // The machine's proxy must not stand between the tests and their servers.
+    for (const char *name : {"http_proxy", "https_proxy", "all_proxy", "no_proxy"}) {
+        qunsetenv(name);
+        qunsetenv(QByteArray(name).toUpper().constData());
+    }
     reset();
 }
 
