@@ -47,11 +47,11 @@ enum KVURLErrorCode : qint64 {
     KVURLErrorCannotConnectToHost = -1004,
     KVURLErrorNetworkConnectionLost = -1005, // the connection ended before the whole body had arrived
     KVURLErrorNotConnectedToInternet = -1009,
-    KVURLErrorBadServerResponse = -1011,        // the server answered, but not with success
+    KVURLErrorBadServerResponse = -1011,          // the server answered, but not with success
     KVURLErrorUserAuthenticationRequired = -1013, // a proxy wants credentials that were not given or not accepted
-    KVURLErrorCannotDecodeContentData = -1016,  // the body's content encoding could not be undone
-    KVURLErrorInsecureRedirect = -1022,         // a secure request was redirected to plain HTTP, and not followed
-    KVURLErrorDataLengthExceedsMaximum = -1103, // the body went on beyond the length it may have
+    KVURLErrorCannotDecodeContentData = -1016,    // the body's content encoding could not be undone
+    KVURLErrorInsecureRedirect = -1022,           // a secure request was redirected to plain HTTP, and not followed
+    KVURLErrorDataLengthExceedsMaximum = -1103,   // the body went on beyond the length it may have
     KVURLErrorSecureConnectionFailed = -1200,
 };
 
